@@ -1,0 +1,87 @@
+/// \file parallel.hpp  The only place that speaks to the OpenMP runtime.
+///
+/// Sums run over row blocks whose number depends on the data's size alone, and the blocks are added
+/// in order: a result has the same bits at every thread count. Nothing may throw inside a body;
+/// failures are noted per block (`first_failure`) and reported after the region.
+#pragma once
+
+#include <omp.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <span>
+
+#include "core/types.hpp"
+
+namespace tolvenra::parallel {
+
+inline int32 max_threads() { return omp_get_max_threads(); }
+inline int32 thread_number() { return omp_get_thread_num(); }
+
+/// Sets the thread count of the following regions and restores the host's on the way out.
+class thread_count_guard {
+ public:
+  thread_count_guard() : before_(omp_get_max_threads()) {}
+  thread_count_guard(const thread_count_guard&) = delete;
+  thread_count_guard& operator=(const thread_count_guard&) = delete;
+  ~thread_count_guard() { omp_set_num_threads(before_); }
+
+ private:
+  int32 before_;
+};
+inline void set_threads(int32 threads) { omp_set_num_threads(threads); }
+
+/// Number of row blocks for `n` rows and sums of `width` values: enough to balance 64 threads,
+/// not so many that the blocks' sums outgrow 16 MB.
+inline int32 blocks_for(int32 n, std::size_t width) {
+  const auto most =
+      std::max<std::size_t>(1, (std::size_t{1} << 21) / std::max<std::size_t>(width, 1));
+  return static_cast<int32>(
+      std::min<std::size_t>(static_cast<std::size_t>(std::clamp(n / 256, 1, 64)), most));
+}
+
+/// Rows of block `b` of `blocks` over `n` rows, 1-based and inclusive.
+struct row_range {
+  int32 first, last;
+};
+inline row_range rows_of_block(int32 n, int32 b, int32 blocks) {
+  return {static_cast<int32>(int64{n} * b / blocks) + 1,
+          static_cast<int32>(int64{n} * (b + 1) / blocks)};
+}
+
+/// Runs body(b) for the blocks 0..blocks-1, divided statically among the threads.
+template <class Body>
+void for_blocks(int32 blocks, int32 threads, Body&& body) {
+  const int32 team = std::clamp(threads, 1, std::max(blocks, 1));
+#pragma omp parallel for num_threads(team) schedule(static)
+  for (int32 b = 0; b < blocks; ++b) body(b);
+}
+
+/// Runs body(i) for i = 0..n-1, handed out one by one in ascending order.
+template <class Body>
+void for_tasks(int32 n, int32 threads, Body&& body) {
+  const int32 team = std::clamp(threads, 1, std::max(n, 1));
+#pragma omp parallel for num_threads(team) schedule(dynamic, 1)
+  for (int32 i = 0; i < n; ++i) body(i);
+}
+
+/// out = sum over blocks, in block order, of what body(first, last, part) adds to its own part.
+/// \param scratch  at least out.size() * blocks_for(n, out.size()) values, reused by the caller.
+template <class Body>
+void sum_over_rows(int32 n, int32 threads, std::span<double> out, std::span<double> scratch,
+                   Body&& body) {
+  const std::size_t width = out.size();
+  const int32 blocks = blocks_for(n, width);
+  for_blocks(blocks, threads, [&](int32 b) {
+    const auto part = scratch.subspan(width * static_cast<std::size_t>(b), width);
+    std::fill(part.begin(), part.end(), 0.0);
+    const row_range rows = rows_of_block(n, b, blocks);
+    body(rows.first, rows.last, part);
+  });
+  std::fill(out.begin(), out.end(), 0.0);
+  for (int32 b = 0; b < blocks; ++b)
+    for (std::size_t q = 0; q < width; ++q)
+      out[q] += scratch[width * static_cast<std::size_t>(b) + q];
+}
+
+}  // namespace tolvenra::parallel
