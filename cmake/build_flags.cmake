@@ -1,0 +1,28 @@
+# tolvenra_flags: what every target of the project is compiled with.
+#
+# Results must not depend on the machine: no fused multiply-add (guards close to the limits of
+# double precision count on plain arithmetic), no -ffast-math, no -march.
+add_library(tolvenra_flags INTERFACE)
+target_compile_options(tolvenra_flags INTERFACE -ffp-contract=off -Wall -Wextra -Wpedantic
+                       -Wconversion -Wshadow)
+if(TOLVENRA_WERROR)
+  target_compile_options(tolvenra_flags INTERFACE -Werror)
+endif()
+
+set(CMAKE_C_FLAGS_RELEASE "-O3 -DNDEBUG")
+set(CMAKE_CXX_FLAGS_RELEASE "-O3 -DNDEBUG")
+set(CMAKE_C_FLAGS_DEBUG "-Og -g")
+set(CMAKE_CXX_FLAGS_DEBUG "-Og -g -D_GLIBCXX_ASSERTIONS")
+# Assertions stay on: this build type serves the sanitizers.
+set(CMAKE_C_FLAGS_RELWITHDEBINFO "-O1 -g -fno-omit-frame-pointer")
+set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g -fno-omit-frame-pointer")
+
+# Sanitizers and coverage have to reach every object and every link of the tree.
+if(TOLVENRA_SANITIZE)
+  add_compile_options(-fsanitize=${TOLVENRA_SANITIZE} -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${TOLVENRA_SANITIZE})
+endif()
+if(TOLVENRA_COVERAGE)
+  add_compile_options(--coverage)
+  add_link_options(--coverage)
+endif()
