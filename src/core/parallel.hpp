@@ -8,6 +8,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <cfenv>
 #include <cstddef>
 #include <span>
 
@@ -18,18 +19,28 @@ namespace tolvenra::parallel {
 inline int32 max_threads() { return omp_get_max_threads(); }
 inline int32 thread_number() { return omp_get_thread_num(); }
 
-/// Sets the thread count of the following regions and restores the host's on the way out.
-class thread_count_guard {
+/// The smaller of the runtime's maximum and the caller's; a limit below 1 is none. Every region
+/// is given its count, so the host's own setting is never touched.
+inline int32 thread_count(int32 limit) {
+  const int32 most = std::max(max_threads(), 1);
+  return limit >= 1 && limit < most ? limit : most;
+}
+
+/// Plain IEEE arithmetic for a scope: rounding to nearest, exceptions masked, denormal numbers kept.
+/// Hosts may compute with unmasked exceptions or flush-to-zero, and so may threads they started.
+class fp_environment_guard {
  public:
-  thread_count_guard() : before_(omp_get_max_threads()) {}
-  thread_count_guard(const thread_count_guard&) = delete;
-  thread_count_guard& operator=(const thread_count_guard&) = delete;
-  ~thread_count_guard() { omp_set_num_threads(before_); }
+  fp_environment_guard() {
+    std::fegetenv(&before_);
+    std::fesetenv(FE_DFL_ENV);
+  }
+  fp_environment_guard(const fp_environment_guard&) = delete;
+  fp_environment_guard& operator=(const fp_environment_guard&) = delete;
+  ~fp_environment_guard() { std::fesetenv(&before_); }
 
  private:
-  int32 before_;
+  std::fenv_t before_{};
 };
-inline void set_threads(int32 threads) { omp_set_num_threads(threads); }
 
 /// Number of row blocks for `n` rows and sums of `width` values: enough to balance 64 threads,
 /// not so many that the blocks' sums outgrow 16 MB.
@@ -53,16 +64,24 @@ inline row_range rows_of_block(int32 n, int32 b, int32 blocks) {
 template <class Body>
 void for_blocks(int32 blocks, int32 threads, Body&& body) {
   const int32 team = std::clamp(threads, 1, std::max(blocks, 1));
-#pragma omp parallel for num_threads(team) schedule(static)
-  for (int32 b = 0; b < blocks; ++b) body(b);
+#pragma omp parallel num_threads(team)
+  {
+    const fp_environment_guard plain;
+#pragma omp for schedule(static)
+    for (int32 b = 0; b < blocks; ++b) body(b);
+  }
 }
 
 /// Runs body(i) for i = 0..n-1, handed out one by one in ascending order.
 template <class Body>
 void for_tasks(int32 n, int32 threads, Body&& body) {
   const int32 team = std::clamp(threads, 1, std::max(n, 1));
-#pragma omp parallel for num_threads(team) schedule(dynamic, 1)
-  for (int32 i = 0; i < n; ++i) body(i);
+#pragma omp parallel num_threads(team)
+  {
+    const fp_environment_guard plain;
+#pragma omp for schedule(dynamic, 1)
+    for (int32 i = 0; i < n; ++i) body(i);
+  }
 }
 
 /// out = sum over blocks, in block order, of what body(first, last, part) adds to its own part.

@@ -1,0 +1,150 @@
+#include "estimation/em.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "core/parallel.hpp"
+#include "estimation/estep.hpp"
+#include "estimation/fit_stats.hpp"
+#include "estimation/msteps.hpp"
+
+namespace tolvenra::estimation {
+namespace {
+
+constexpr routine here{"run_em_modelfit", "estimation"};
+
+/// Absolute changes of the parameters in one iteration.
+struct change {
+  double largest = 0.0, sum = 0.0;
+  int64 elements = 0;
+
+  template <std::size_t R>
+  void add(const prob_block<R>& block) {
+    for (std::size_t q = 0; q < block.now.size(); ++q) {
+      const double difference = std::abs(block.now.flat[q] - block.old.flat[q]);
+      if (!(difference <= largest)) largest = difference;  // keeps a NaN
+      sum += difference;
+    }
+    for (const int32 length : block.rows.length) elements += length;
+  }
+};
+
+int32 load(const dataset_type& dataset, const model_type& model, const param_type& param,
+           mlworkspace& work, error_type& err) {
+  if (put_dataset(dataset, work, err) != 0)
+    return fail(err, here, {text("Failed to load dataset into workspace.")});
+  if (put_model(model, work, err) != 0)
+    return fail(err, here, {text("Failed to load model into workspace.")});
+  if (put_param(param, work, err) != 0)
+    return fail(err, here, {text("Failed to load parameters into workspace.")});
+  return 0;
+}
+
+int32 set_controls(const em_controls& controls, mlworkspace& work, error_type& err) {
+  em_state& em = work.em;
+  em = em_state{};
+  em.threads = parallel::thread_count(controls.max_threads.value_or(0));
+  if (controls.max_iter) {
+    if (*controls.max_iter < 1)
+      return fail(err, here, {text("Maximum number of iterations must be positive.")});
+    em.max_iter = *controls.max_iter;
+  }
+  if (controls.criterion) {
+    if (!(*controls.criterion > 0.0))
+      return fail(err, here, {text("Convergence criterion must be positive.")});
+    em.criterion = *controls.criterion;
+  }
+  return 0;
+}
+
+/// The M-steps of one iteration, each only where its parameter exists.
+int32 run_msteps(mlworkspace& work, error_type& err) {
+  const int32 iter = work.em.iter;
+  if (work.data.nci > 0 && mstep_rho(work, err) != 0)
+    return fail(err, here, {text("M-step for RHO failed at iteration ", iter)});
+  if (work.data.nci > 0 && work.latent.nc >= 2 && mstep_gamma(work, err) != 0)
+    return fail(err, here, {text("M-step for gamma failed at iteration ", iter)});
+  return 0;
+}
+
+void note_change(mlworkspace& work) {
+  change moved;
+  if (work.data.nci > 0) moved.add(work.rho);
+  if (work.data.nci > 0 && work.latent.nc >= 2) moved.add(work.gamma);
+  work.em.max_abs_diff = moved.largest;
+  work.em.mean_abs_diff =
+      moved.elements > 0 ? moved.sum / static_cast<double>(moved.elements) : 0.0;
+}
+
+int32 run_estep(mlworkspace& work, error_type& err) {
+  if (estep(work, err) == 0) return 0;
+  return fail(err, here, {text("E-step for LTA failed at iteration ", work.em.iter)});
+}
+
+int32 iterate(mlworkspace& work, const em_watch& watch, error_type& err) {
+  em_state& em = work.em;
+  while (!em.converged && em.iter < em.max_iter) {
+    ++em.iter;
+    work.rho.old.flat = work.rho.now.flat;
+    work.gamma.old.flat = work.gamma.now.flat;
+    if (run_estep(work, err) != 0 || run_msteps(work, err) != 0) return -1;
+    note_change(work);
+    em.llvec.push_back(em.loglik);
+    em.madvec.push_back(em.max_abs_diff);
+    em.converged = em.criterion >= em.max_abs_diff;
+    if (watch.cancelled && watch.cancelled(watch.context, em))
+      return fail(err, here, {text("The run was cancelled by the host.")});
+  }
+  return 0;
+}
+
+void fill_result(mlworkspace& work, mlresult_type& result) {
+  const em_state& em = work.em;
+  result.iter = em.iter;
+  result.max_abs_diff = em.max_abs_diff;
+  result.mean_abs_diff = em.mean_abs_diff;
+  result.converged = em.converged;
+  result.loglik = em.loglik;
+  result.llvec = em.llvec;
+  result.madvec = em.madvec;
+  result.nc = work.latent.nc;
+  result.rows = work.rows;
+  result.post_cls = std::move(work.post.cls);
+  result.n_params_gamma = work.gamma.n_estimated;
+  result.n_params_rho = work.rho.n_estimated;
+  result.n_params_estimated = result.n_params_gamma + result.n_params_rho;
+  set_apparent_df(work, result);
+  result.filled = true;
+}
+
+}  // namespace
+
+int32 retrieve_parameters_from_workspace(param_type& param, const mlworkspace& work,
+                                         error_type& err) {
+  if (param::put_gamma(work.gamma.now, param, err) == 0 &&
+      param::put_rho(work.rho.now, param, err) == 0)
+    return 0;
+  return fail(err, {"retrieve_parameters_from_workspace", "estimation"},
+              {text("Unable to transfer new parameter estimates"),
+               text("from the workspace to the param type.")});
+}
+
+int32 run_em_modelfit(const dataset_type& dataset, const model_type& model, param_type& param,
+                      mlresult_type& result, mlworkspace& work, error_type& err,
+                      const em_controls& controls) {
+  if (nullify_mlresult(result, err) != 0)
+    return fail(err, here, {text("Unable to nullify the ml results.")});
+  if (load(dataset, model, param, work, err) != 0) return -1;
+  if (set_controls(controls, work, err) != 0) return -1;
+  work.post.keep = false;
+  if (iterate(work, controls.watch, err) != 0) return -1;
+  work.post.keep = true;
+  if (run_estep(work, err) != 0) return -1;
+  if (retrieve_parameters_from_workspace(param, work, err) != 0)
+    return fail(err, here, {text("Failed to retrieve parameters from workspace.")});
+  fill_result(work, result);
+  return 0;
+}
+
+}  // namespace tolvenra::estimation

@@ -1,0 +1,158 @@
+#include "estimation/mlworkspace.hpp"
+
+#include <numeric>
+
+namespace tolvenra::estimation {
+namespace {
+
+int32 refuse_uninitialised(std::string_view name, error_type& err) {
+  return fail(err, {name, "estimation"},
+              {text("The property could not be set because"),
+               text("the workspace has not yet been initialized"), text("using put_dataset.")});
+}
+
+/// The rows that an earlier load of the same data left in the record, or new ones.
+std::shared_ptr<const distinct_rows> rows_of(const dataset_type& dataset) {
+  if (dataset.rows) return dataset.rows;
+  case_columns columns;
+  columns.y = dataset.y.get();
+  columns.strata = &dataset.strata;
+  columns.cov = dataset.cov ? dataset.cov.get() : nullptr;
+  columns.freq = dataset.freq_set ? &dataset.freq : nullptr;
+  columns.weight = dataset.weight_set ? &dataset.weight : nullptr;
+  columns.nstr = dataset.nstr;
+  dataset.rows = collapse_cases(columns);
+  return dataset.rows;
+}
+
+void copy_sizes(const dataset_type& dataset, case_data& data) {
+  data.nkase = dataset.nkase;
+  data.nci = dataset.nci;
+  data.ni = dataset.ni;
+  data.nt = dataset.nt;
+  data.nstr = dataset.nstr;
+  data.nrcmax = dataset.nrcmax;
+  data.nrsmax = dataset.nrsmax;
+  data.ncov = dataset.ncov;
+  data.ncov_delta = dataset.ncov_delta;
+  data.ncov_tau = dataset.ncov_tau;
+  data.nrc = dataset.nrc;
+  data.nrs = dataset.nrs;
+  data.aggregated = dataset.freq_set;
+  data.weighted = dataset.weight_set;
+  data.clustered = dataset.cluster_set;
+}
+
+int32 refuse_parameters(error_type& err, std::string_view first, std::string_view second) {
+  return fail(err, {"put_param", "estimation"},
+              {text("Unable to load parameter set into workspace;"), text(first), text(second)});
+}
+
+bool same_categories(const array<int32, 1>& a, const array<int32, 1>& b) { return a.flat == b.flat; }
+
+int32 check_items_and_latent(const param_type& param, const mlworkspace& work, error_type& err) {
+  const case_data& data = work.data;
+  if (param.nci != data.nci)
+    return refuse_parameters(err, "the number of class items does not match that ",
+                             "of the dataset previously supplied.");
+  if (param.nc != work.latent.nc)
+    return refuse_parameters(err, "the number of classes does not match that of the ",
+                             "model previously supplied.");
+  if (data.nci > 0 && !same_categories(param.nrc, data.nrc))
+    return refuse_parameters(err, "the number of response categories for class items",
+                             "does not match that of the dataset previously supplied.");
+  if (param.ni != data.ni)
+    return refuse_parameters(err, "the number of status items (zero) does not match that",
+                             "of the dataset previously supplied.");
+  if (param.nt != data.nt)
+    return refuse_parameters(err, "the number of times does not match that of the ",
+                             "dataset previously supplied.");
+  if (param.ns != work.latent.ns)
+    return refuse_parameters(err, "the number of statuses does not match that of the ",
+                             "model previously supplied.");
+  if (data.ni > 0 && !same_categories(param.nrs, data.nrs))
+    return refuse_parameters(err, "the number of response categories for status items",
+                             "does not match that of the dataset previously supplied.");
+  return 0;
+}
+
+int32 check_covariates_and_strata(const param_type& param, const case_data& data, error_type& err) {
+  if (param.ncov != data.ncov)
+    return refuse_parameters(err, "the number of covariates does not match that of the ",
+                             "dataset previously supplied.");
+  if (param.ncov_delta != data.ncov_delta)
+    return refuse_parameters(err, "the number of covariates for delta does not match ",
+                             "that of the dataset previously supplied.");
+  if (param.ncov_tau != data.ncov_tau)
+    return refuse_parameters(err, "the number of covariates for tau does not match ",
+                             "that of the dataset previously supplied.");
+  if (param.nstr != data.nstr)
+    return refuse_parameters(err, "the number of strata does not match that of the ",
+                             "dataset previously supplied.");
+  return 0;
+}
+
+}  // namespace
+
+int32 nullify_mlworkspace_except_types(mlworkspace& work, error_type&) {
+  containers kept = std::move(work.given);
+  work = mlworkspace{};
+  work.given = std::move(kept);
+  return 0;
+}
+
+int32 nullify_mlworkspace(mlworkspace& work, error_type& err) {
+  constexpr routine here{"nullify_mlworkspace", "estimation"};
+  if (nullify_mlworkspace_except_types(work, err) != 0) return pass_on(err, here);
+  if (dataset::nullify_dataset(work.given.dataset, err) != 0)
+    return fail(err, here, {text("Unable to nullify an instance of dataset_type.")});
+  if (model::nullify_model(work.given.model, err) != 0)
+    return fail(err, here, {text("Unable to nullify an instance of model_type.")});
+  if (param::nullify_param(work.given.param, err) != 0)
+    return fail(err, here, {text("Unable to nullify an instance of param_type.")});
+  return 0;
+}
+
+int32 put_dataset(const dataset_type& dataset, mlworkspace& work, error_type& err) {
+  constexpr routine here{"put_dataset", "estimation"};
+  if (nullify_mlworkspace(work, err) != 0)
+    return fail(err, here, {text("Could not deallocate mlworkspace.")});
+  if (!dataset.y)
+    return fail(err, here, {text("Could not transfer work%y.")});
+  copy_sizes(dataset, work.data);
+  work.rows = rows_of(dataset);
+  work.given.dataset = dataset;
+  work.data.missing = work.rows->any_missing;
+  work.data.total_weight =
+      std::accumulate(work.rows->weight.begin(), work.rows->weight.end(), 0.0);
+  work.data.nkase_by_str.allocate({work.data.nstr});
+  for (const int32 g : dataset.strata.flat) ++work.data.nkase_by_str(g);
+  work.initialised = true;
+  return 0;
+}
+
+int32 put_model(const model_type& model, mlworkspace& work, error_type& err) {
+  if (!work.initialised) return refuse_uninitialised("put_model", err);
+  work.latent.nc = work.data.nci > 0 ? model.nc : 1;
+  work.latent.ns = work.data.ni > 0 ? model.ns : 1;
+  work.latent.loaded = true;
+  work.given.model = model;
+  return 0;
+}
+
+int32 put_param(const param_type& param, mlworkspace& work, error_type& err) {
+  if (!work.initialised) return refuse_uninitialised("put_param", err);
+  if (!param.dims_set)
+    return fail(err, {"put_param", "estimation"},
+                {text("Unable to retrieve parameter set dimensions.")});
+  if (check_items_and_latent(param, work, err) != 0 ||
+      check_covariates_and_strata(param, work.data, err) != 0)
+    return -1;
+  work.given.param = param;
+  if (load_mlworkspace_param(work, err) != 0)
+    return fail(err, {"put_param", "estimation"},
+                {text("Unable to load parameter set into ml workspace.")});
+  return 0;
+}
+
+}  // namespace tolvenra::estimation

@@ -1,0 +1,119 @@
+/// \file mlworkspace.hpp  The working record of one maximum-likelihood run, module `estimation`.
+///
+/// Filled by `put_dataset`, `put_model` and `put_param`, in that order; then read and written by the
+/// EM loop and the fit statistics. The records below nest what belongs together. Names that differ
+/// from those of the formulas:
+///
+///   new_gamma, old_gamma, gamma_numerator, sum_fix_gamma ...   gamma.now, gamma.old, gamma.numerator ...
+///   combined_weight by case                                    rows->weight by distinct row
+///   kase_by_str                                                rows->stratum_start
+///   indic_ci, ciy                                              rows->response (0 is missing)
+///   post_cls by case                                           post.cls by distinct row
+#pragma once
+
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "core/array.hpp"
+#include "core/error_handler.hpp"
+#include "core/types.hpp"
+#include "estimation/class_counts.hpp"
+#include "estimation/distinct_rows.hpp"
+#include "estimation/prob_block.hpp"
+#include "model/dataset.hpp"
+#include "model/model.hpp"
+#include "model/param.hpp"
+
+namespace tolvenra {
+
+/// Sizes and options of the data.
+struct case_data {
+  int32 nkase = 0, nci = 0, ni = 0, nt = 1, nstr = 1;
+  int32 nrcmax = 0, nrsmax = 0;
+  int32 ncov = 0, ncov_delta = 0, ncov_tau = 0;
+  array<int32, 1> nrc, nrs;
+  bool aggregated = false, weighted = false, clustered = false, missing = false;
+  array<int32, 1> nkase_by_str;        ///< (nstr) cases of each stratum
+  double total_weight = 0.0;           ///< sum of frequency times weight, the number of cases without
+};
+
+/// What a status-free model needs of the latent side; status sequences join with the status models.
+struct latent_tables {
+  bool loaded = false;
+  int32 nc = 1, ns = 1;
+};
+
+/// Posteriors over distinct rows, kept only when asked for (`keep`).
+struct posteriors {
+  bool keep = false;
+  std::vector<double> cls;         ///< nrow x nc, row by row
+  std::vector<double> likelihood;  ///< nrow
+};
+
+/// Rows of one block of the parallel sums and the strata that they touch, 0-based.
+struct row_block {
+  int32 first_row = 0, end_row = 0, first_stratum = 0, end_stratum = 0;
+  std::size_t counts = 0;          ///< offset of the block's slabs in the scratch
+};
+
+/// Scratch of the E-step, sized once.
+struct estep_scratch {
+  std::vector<row_block> blocks;
+  std::vector<double> counts;      ///< slabs of all blocks
+  std::vector<double> stack;       ///< one stack of class vectors per block
+  std::vector<double> loglik;      ///< one per block
+  std::vector<int32> failed_row;   ///< one per block, -1 for none
+};
+
+/// State and settings of the iterations.
+struct em_state {
+  int32 max_iter = 10000, threads = 1, iter = 0;
+  double criterion = 1e-6, loglik = 0.0;
+  double max_abs_diff = 0.0, mean_abs_diff = 0.0;
+  bool converged = false;
+  std::vector<double> llvec, madvec;  ///< one element per iteration
+};
+
+/// The three containers that were loaded.
+struct containers {
+  dataset_type dataset;
+  model_type model;
+  param_type param;
+};
+
+struct mlworkspace {
+  bool initialised = false;
+  case_data data;
+  std::shared_ptr<const distinct_rows> rows;
+  latent_tables latent;
+  prob_block<2> gamma;
+  prob_block<4> rho;
+  bool rho_equal_across_strata = false;
+  class_counts classes;
+  posteriors post;
+  estep_scratch scratch;
+  em_state em;
+  containers given;
+};
+
+namespace estimation {
+
+/// Releases everything, or everything but the three containers. \return 0 or -1
+int32 nullify_mlworkspace(mlworkspace& work, error_type& err);
+int32 nullify_mlworkspace_except_types(mlworkspace& work, error_type& err);
+
+/// Loads the data: starts by nullifying; collapses the cases, or shares the rows that an earlier
+/// load of the same data left in the record. \return 0 or -1
+int32 put_dataset(const dataset_type& dataset, mlworkspace& work, error_type& err);
+/// Loads the latent dimensions; requires loaded data.
+int32 put_model(const model_type& model, mlworkspace& work, error_type& err);
+/// Loads the parameter set after checking it against data and model; decodes its restrictions and
+/// counts the parameters that EM estimates.
+int32 put_param(const param_type& param, mlworkspace& work, error_type& err);
+
+/// Copies parameters, restrictions and options from the loaded set into the workspace's blocks.
+int32 load_mlworkspace_param(mlworkspace& work, error_type& err);
+
+}  // namespace estimation
+}  // namespace tolvenra

@@ -1,0 +1,27 @@
+/// \file prob_block.hpp  A family of probability vectors in the workspace: gamma, rho, delta, tau or
+/// big_rho with everything that its M-step needs.
+///
+/// Each family is a set of rows that sum to one along one dimension of a column-major array; what is
+/// done to a row (decoding, counting, priors, the update, differences) is one routine for all.
+#pragma once
+
+#include <vector>
+
+#include "core/array.hpp"
+#include "core/types.hpp"
+#include "model/prob_rows.hpp"
+
+namespace tolvenra {
+
+template <std::size_t R>
+struct prob_block {
+  row_layout rows;
+  array<double, R> now, old;             ///< estimates (new_, old_) in the parameter's shape
+  array<int32, R> code;                  ///< 0 fixed, 1 free, k >= 2 equality group k
+  array<double, R> numerator;            ///< expected counts plus pseudo-counts
+  std::vector<double> denominator;       ///< one per row
+  std::vector<double> sum_fix;           ///< one per row: total of its fixed elements
+  int32 n_estimated = 0;                 ///< parameters that EM estimates
+};
+
+}  // namespace tolvenra
