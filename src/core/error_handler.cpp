@@ -156,7 +156,7 @@ std::vector<std::string> lines_of(const error_type& err) {
 }
 
 std::string routine::whichsub() const {
-  return std::string(name) + " in MOD " + std::string(module);
+  return module.empty() ? std::string(name) : std::string(name) + " in MOD " + std::string(module);
 }
 
 int32 fail(error_type& err, const routine& here, int32 code,

@@ -96,7 +96,8 @@ std::vector<std::string> lines_of(const error_type& err);
 /// Name and module of a routine, for the last line of its reports.
 struct routine {
   std::string_view name, module;
-  [[nodiscard]] std::string whichsub() const;  ///< "estep in MOD estimation"
+  [[nodiscard]] std::string whichsub() const;  ///< "estep in MOD estimation"; the name alone
+                                             ///< without a module (the run drivers)
 };
 
 /// Reports under code 1000 lines of any number, then the routine line. \return -1

@@ -64,6 +64,10 @@ inline row_range rows_of_block(int32 n, int32 b, int32 blocks) {
 template <class Body>
 void for_blocks(int32 blocks, int32 threads, Body&& body) {
   const int32 team = std::clamp(threads, 1, std::max(blocks, 1));
+  if (team == 1) {
+    for (int32 b = 0; b < blocks; ++b) body(b);
+    return;
+  }
 #pragma omp parallel num_threads(team)
   {
     const fp_environment_guard plain;
@@ -76,6 +80,10 @@ void for_blocks(int32 blocks, int32 threads, Body&& body) {
 template <class Body>
 void for_tasks(int32 n, int32 threads, Body&& body) {
   const int32 team = std::clamp(threads, 1, std::max(n, 1));
+  if (team == 1) {
+    for (int32 i = 0; i < n; ++i) body(i);
+    return;
+  }
 #pragma omp parallel num_threads(team)
   {
     const fp_environment_guard plain;

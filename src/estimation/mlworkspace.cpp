@@ -11,20 +11,6 @@ int32 refuse_uninitialised(std::string_view name, error_type& err) {
                text("the workspace has not yet been initialized"), text("using put_dataset.")});
 }
 
-/// The rows that an earlier load of the same data left in the record, or new ones.
-std::shared_ptr<const distinct_rows> rows_of(const dataset_type& dataset) {
-  if (dataset.rows) return dataset.rows;
-  case_columns columns;
-  columns.y = dataset.y.get();
-  columns.strata = &dataset.strata;
-  columns.cov = dataset.cov ? dataset.cov.get() : nullptr;
-  columns.freq = dataset.freq_set ? &dataset.freq : nullptr;
-  columns.weight = dataset.weight_set ? &dataset.weight : nullptr;
-  columns.nstr = dataset.nstr;
-  dataset.rows = collapse_cases(columns);
-  return dataset.rows;
-}
-
 void copy_sizes(const dataset_type& dataset, case_data& data) {
   data.nkase = dataset.nkase;
   data.nci = dataset.nci;
@@ -93,6 +79,19 @@ int32 check_covariates_and_strata(const param_type& param, const case_data& data
 }
 
 }  // namespace
+
+std::shared_ptr<const distinct_rows> rows_of(const dataset_type& dataset) {
+  if (dataset.rows) return dataset.rows;
+  case_columns columns;
+  columns.y = dataset.y.get();
+  columns.strata = &dataset.strata;
+  columns.cov = dataset.cov ? dataset.cov.get() : nullptr;
+  columns.freq = dataset.freq_set ? &dataset.freq : nullptr;
+  columns.weight = dataset.weight_set ? &dataset.weight : nullptr;
+  columns.nstr = dataset.nstr;
+  dataset.rows = collapse_cases(columns);
+  return dataset.rows;
+}
 
 int32 nullify_mlworkspace_except_types(mlworkspace& work, error_type&) {
   containers kept = std::move(work.given);

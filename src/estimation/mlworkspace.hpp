@@ -103,6 +103,10 @@ namespace estimation {
 int32 nullify_mlworkspace(mlworkspace& work, error_type& err);
 int32 nullify_mlworkspace_except_types(mlworkspace& work, error_type& err);
 
+/// The distinct rows of a record that holds responses, collapsed at the first call and kept in the
+/// record. Call it once before several threads load the same record. \throws std::bad_alloc
+std::shared_ptr<const distinct_rows> rows_of(const dataset_type& dataset);
+
 /// Loads the data: starts by nullifying; collapses the cases, or shares the rows that an earlier
 /// load of the same data left in the record. \return 0 or -1
 int32 put_dataset(const dataset_type& dataset, mlworkspace& work, error_type& err);

@@ -1,0 +1,87 @@
+#include <algorithm>
+#include <limits>
+#include <string_view>
+
+#include "api/host_arrays.hpp"
+#include "api/lca_run.hpp"
+
+namespace tolvenra::api {
+namespace {
+
+int32 refuse(lca_run& run, std::initializer_list<text_lines> lines) {
+  return fail(run.err, runlca_routine, lines);
+}
+
+int32 check_addresses(lca_run& run) {
+  const missing_address missing = first_missing(run.call);
+  if (missing.position == 0) return 0;
+  return refuse(run, {text("A required argument is missing (NULL address):"),
+                      text("position ", missing.position, " (", missing.name, ")")});
+}
+
+/// Whether the product of the extents passes 2^63 - 1 elements of `bytes` bytes.
+bool beyond_memory(std::initializer_list<int32> extents, int64 bytes) {
+  int64 most = std::numeric_limits<int64>::max() / bytes;
+  for (const int32 n : extents) most /= std::max(n, 1);
+  return most < 1;
+}
+
+int32 check_sizes(lca_run& run) {
+  const lca_call& call = run.call;
+  if (call.nkase < 1)
+    return refuse(run, {text("The number of cases specified was ", call.nkase),
+                        text("There must be at least 1.")});
+  if (call.nci < 1)
+    return refuse(run, {text("The number of items specified was ", call.nci),
+                        text("There must be at least 1.")});
+  const int32 largest = *std::max_element(call.nrc, call.nrc + call.nci);
+  if (call.nrcmax != largest)
+    return refuse(run, {text("The extent of the category dimension specified was ", call.nrcmax),
+                        text("It must be equal to the largest element of nrc, ", largest)});
+  if (beyond_memory({call.nci, call.nc, call.nrcmax, call.nstr}, sizeof(double)) ||
+      beyond_memory({call.nkase, call.nci}, sizeof(int32)))
+    return refuse(run, {text("The dimensions specified are beyond what memory can hold.")});
+  if (!call.strata_given && call.nstr > 1)
+    return refuse(run, {text("The number of strata specified was ", call.nstr),
+                        text("but no strata array was given.")});
+  return 0;
+}
+
+bool any_restriction(const int32* codes, int64 count) {
+  return codes && std::any_of(codes, codes + count, [](int32 code) { return code != 1; });
+}
+
+int32 not_available(lca_run& run, std::string_view what) {
+  return refuse(run, {text(what, " not available yet.")});
+}
+
+/// Options whose part of the engine is still to come are refused, never ignored.
+int32 check_available(lca_run& run) {
+  const lca_call& call = run.call;
+  if (call.ncov > 0) return not_available(run, "A regression on covariates is");
+  if (call.se_option != 0) return not_available(run, "The computation of standard errors is");
+  if (call.rho_prior_strength > 0.0 || call.gamma_prior_strength > 0.0)
+    return not_available(run, "Estimation with a prior is");
+  const int64 nstr = std::max(call.nstr, 0);
+  const int64 nc = std::max(call.nc, 0);
+  if (any_restriction(call.gamma_restrictions, nc * nstr) ||
+      any_restriction(call.rho_restrictions, nc * nstr * call.nci * call.nrcmax))
+    return not_available(run, "Estimation under parameter restrictions is");
+  return 0;
+}
+
+}  // namespace
+
+int32 check_lca_boundary(lca_run& run) {
+  if (check_addresses(run) != 0 || check_sizes(run) != 0) return -1;
+  return check_available(run);
+}
+
+void enter_lca(const lca_run& run) {
+  set_logical(run.call.converged, false);
+  set_cell(run.call.iterations, -1);
+  run.message.begin();
+  if (run.call.run_info) std::fill_n(run.call.run_info, 16, 0);
+}
+
+}  // namespace tolvenra::api

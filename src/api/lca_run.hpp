@@ -1,0 +1,45 @@
+/// \file lca_run.hpp  What the latent class driver owns for the length of one call.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "api/generated/call_records.hpp"
+#include "api/host_message.hpp"
+#include "api/progress.hpp"
+#include "api/starts.hpp"
+#include "core/array.hpp"
+#include "core/error_handler.hpp"
+
+namespace tolvenra::api {
+
+/// Reports of the driver carry its name alone.
+inline constexpr routine runlca_routine{"runlca", ""};
+
+struct lca_run {
+  explicit lca_run(const lca_call& from)
+      : call(from), message(from.message, from.msg_len), progress(from.progress) {}
+
+  const lca_call& call;
+  host_message message;
+  run_progress progress;
+  error_type err;
+  dataset_type dataset;
+  model_type model;
+  param_type param;
+  std::vector<start_outcome> starts;
+  std::unique_ptr<fitted_start> best;
+  std::array<double, 8> fit_extra{};
+  std::vector<int32> drawn_class;
+};
+
+/// Required addresses, sizes that make copying unsafe, and options that are not built yet.
+int32 check_lca_boundary(lca_run& run);
+/// Cells and record that a run sets before anything can fail.
+void enter_lca(const lca_run& run);
+/// Per-start arrays; also for a run that was cancelled or failed after its starts.
+void copy_out_starts(const lca_run& run);
+/// Everything else, of a run that succeeded.
+int32 copy_out_lca(lca_run& run);
+
+}  // namespace tolvenra::api

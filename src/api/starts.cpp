@@ -1,0 +1,139 @@
+#include "api/starts.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <string>
+
+#include "core/dynamic_allocation.hpp"
+#include "core/parallel.hpp"
+#include "numerics/random_generator.hpp"
+#include "numerics/sort.hpp"
+
+namespace tolvenra::api {
+namespace {
+
+/// Ties go to the lowest start number.
+bool better(const start_outcome& a, int32 number_a, const start_outcome& b, int32 number_b) {
+  return a.loglik > b.loglik || (a.loglik == b.loglik && number_a < number_b);
+}
+
+/// Small data leave a thread's caches room for a whole start.
+bool side_by_side(const start_search& search, int32 starts) {
+  const dataset_type& data = *search.dataset;
+  const double rows = data.rows ? data.rows->nrow : data.nkase;
+  const double bytes = 8.0 * rows * search.model->nc * (data.nci + double{1} * data.ni * data.nt);
+  return starts > 1 && bytes < 4.0 * (1 << 20);
+}
+
+int32 fit(const start_search& search, start_outcome& outcome, const estimation::em_controls& controls,
+          fitted_start& start) {
+  start.param = *search.base;
+  if (search.random_rho &&
+      param::run_random_rho_startvals(start.param, outcome.report, outcome.seed, outcome.seed) != 0)
+    return -1;
+  return estimation::run_em_modelfit(*search.dataset, *search.model, start.param, start.result,
+                                     start.work, outcome.report, controls);
+}
+
+void run_one(const start_search& search, int32 number, int32 threads, bool on_calling_thread,
+             start_outcome& outcome, std::unique_ptr<fitted_start>& best,
+             const std::vector<start_outcome>& outcomes) {
+  if (search.progress->cancelled()) return;
+  run_progress::fit_view view{search.progress, number, on_calling_thread};
+  estimation::em_controls controls = search.controls;
+  controls.max_threads = threads;
+  controls.watch = view.watch();
+  auto start = std::make_unique<fitted_start>();
+  start->number = number;
+  if (fit(search, outcome, controls, *start) != 0) {
+    if (search.progress->cancelled()) return;
+    outcome.status = regression_failed(outcome.report) ? -1 : 1;
+  } else {
+    outcome.status = 0;
+    outcome.loglik = start->result.loglik;
+    outcome.iterations = start->result.iter;
+    outcome.converged = start->result.converged;
+    if (!best || better(outcome, number, outcomes[static_cast<std::size_t>(best->number - 1)],
+                        best->number))
+      best = std::move(start);
+  }
+  outcome.finished = true;
+  search.progress->finish_start(outcome.status == 0, outcome.loglik);
+}
+
+void note_lack_of_memory(start_outcome& outcome) noexcept {
+  try {
+    err_handle(outcome.report, error_code::allocation, {.msg = "start"});
+  } catch (...) {  // not even room for the report
+    outcome.report.occurred = true;
+  }
+  outcome.finished = true;
+}
+
+}  // namespace
+
+bool regression_failed(const error_type& err) {
+  for (const std::string& line : lines_of(err))
+    if (line.find("Could not fit logit model") != std::string::npos) return true;
+  return false;
+}
+
+int32 choose_start(const std::vector<start_outcome>& outcomes, int32& number, error_type& err) {
+  const auto count = static_cast<int32>(outcomes.size());
+  array<double, 1> keys;
+  array<int32, 1> order;
+  if (dynamic_allocation::dbl1_alloc(keys, count, err, {}, "runlca: keys_for_sorting") != 0 ||
+      dynamic_allocation::int1_alloc(order, count, err, {}, "runlca: indices_for_sorting") != 0)
+    return -1;
+  for (int32 i = 1; i <= count; ++i)  // ascending keys: the highest log-likelihood comes first
+    keys(i) = -outcomes[static_cast<std::size_t>(i - 1)].loglik;
+  if (sort::indexx_dble(keys, order, err) != 0) return -1;
+  number = order(1);
+  for (int32 k = 2; k <= count && keys(order(k)) == keys(order(1)); ++k)
+    number = std::min(number, order(k));
+  return 0;
+}
+
+std::unique_ptr<fitted_start> run_starts(const start_search& search,
+                                         std::vector<start_outcome>& outcomes, error_type& err) {
+  const auto count = search.random_rho ? static_cast<int32>(outcomes.size()) : 1;
+  const int32 threads = parallel::thread_count(search.controls.max_threads.value_or(0));
+  const bool apart = side_by_side(search, count);
+  std::vector<std::unique_ptr<fitted_start>> best(static_cast<std::size_t>(apart ? threads : 1));
+  search.progress->begin_stage(run_stage::starts, count);
+  parallel::for_tasks(count, static_cast<int32>(best.size()), [&](int32 i) {
+    const int32 thread = apart ? parallel::thread_number() : 0;
+    start_outcome& outcome = outcomes[static_cast<std::size_t>(i)];
+    try {
+      run_one(search, i + 1, apart ? 1 : threads, thread == 0, outcome,
+              best[static_cast<std::size_t>(thread)], outcomes);
+    } catch (const std::exception&) {
+      note_lack_of_memory(outcome);
+    }
+  });
+  for (std::size_t i = 1; i < outcomes.size() && !search.random_rho; ++i)
+    outcomes[i].take_results(outcomes.front());
+  if (search.progress->cancelled()) return nullptr;
+  int32 number = 0;
+  if (choose_start(outcomes, number, err) != 0) return nullptr;
+  for (auto& candidate : best)
+    if (candidate && candidate->number == number) return std::move(candidate);
+  return nullptr;
+}
+
+int32 draw_start_seeds(int32 seed, std::vector<start_outcome>& outcomes, error_type& err) {
+  using namespace random_generator;
+  constexpr int32 too_large = 2147483399;  // could not be given back as a second seed
+  ran_state_type state;
+  if ((seed >= 1 ? ran_setall(state, seed, seed, err) : ran_timeseed(state, err)) != 0) return -1;
+  for (start_outcome& outcome : outcomes) {
+    double discarded = 0.0;
+    if (ran_genunf(state, 0.0, 1.0, discarded, err) != 0) return -1;
+    do {
+      if (ran_genint(state, outcome.seed, err) != 0) return -1;
+    } while (outcome.seed >= too_large);
+  }
+  return 0;
+}
+
+}  // namespace tolvenra::api

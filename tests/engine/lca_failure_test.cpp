@@ -1,0 +1,166 @@
+// What a host reads when an analysis cannot be done.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <new>
+
+#include "api/exports.hpp"
+#include "support/lca_problem.hpp"
+
+namespace {
+std::atomic<long> allocations_left{-1};  // below 0: no limit
+}
+
+void* operator new(std::size_t size) {
+  if (allocations_left.load(std::memory_order_relaxed) >= 0 && allocations_left.fetch_sub(1) <= 0) {
+    allocations_left = 0;
+    throw std::bad_alloc();
+  }
+  if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace tolvenra::test {
+namespace {
+
+std::string trimmed(const std::string& message) {
+  return message.substr(0, message.find_last_not_of(' ') + 1);
+}
+
+TEST(LcaFailure, SaysWhatIsWrong) {
+  const struct {
+    const char* why;
+    std::function<void(lca_problem&)> spoil;
+    std::string message;
+  } cases[] = {
+      {"too many classes", [](auto& p) { p.nc = 100; },
+       "The number of latent classes specified was 100 The allowable range is 0 to 99\r\n"
+       "OCCURRED IN: put_nc in MOD model"},
+      {"no class", [](auto& p) { p.nc = 0; },
+       "The number of latent classes specified was 0\r\nA run needs at least 1.\r\n"
+       "OCCURRED IN: runlca"},
+      {"response out of range", [](auto& p) { p.set_response(3, 2, 4); },
+       "Row 3, column 2 of the response (y) array\r\n is inconsistent with nrc; the value was 4\r\n"
+       "OCCURRED IN: put_y in MOD dataset"},
+      {"no seed, one start", [](auto& p) { p.seed = 0; },
+       "If neither a starting value dataset nor a positive integer seed\r\n"
+       "is specified, then the NSTARTS option must be used.\r\nOCCURRED IN: runlca"},
+      {"no criterion", [](auto& p) { p.criterion = 0.0; },
+       "Convergence criterion must be positive.\r\nOCCURRED IN: run_em_modelfit in MOD estimation\r\n"
+       "The model could not be fitted from any\r\nset of starting values.\r\nOCCURRED IN: runlca"},
+      {"group without cases",
+       [](auto& p) {
+         p.nstr = 2;
+         p.strata.assign(static_cast<std::size_t>(p.nkase), 1);
+       },
+       "There are no cases in stratum (group) 2.\r\nEvery stratum must have at least one case.\r\n"
+       "OCCURRED IN: runlca"},
+      {"covariates", [](auto& p) { p.ncov = 0, p.se_option = 1; },
+       "The computation of standard errors is not available yet.\r\nOCCURRED IN: runlca"},
+      {"a prior", [](auto& p) { p.rho_prior = 1.0; },
+       "Estimation with a prior is not available yet.\r\nOCCURRED IN: runlca"},
+      {"restrictions", [](auto& p) { p.gamma_restrictions = {1, 0}; },
+       "Estimation under parameter restrictions is not available yet.\r\nOCCURRED IN: runlca"},
+  };
+  for (const auto& t : cases) {
+    SCOPED_TRACE(t.why);
+    lca_problem fit = simulate(50, {2, 3, 2}, 2, 1);
+    t.spoil(fit);
+    fit.loglik = 77.0;
+    EXPECT_EQ(fit.run(), -1);
+    EXPECT_EQ(trimmed(fit.message), t.message);
+    EXPECT_EQ(fit.iterations, -1);
+    EXPECT_EQ(fit.converged, 0);
+    EXPECT_EQ(fit.loglik, 77.0);
+    EXPECT_EQ(fit.run_info[0], 0);
+  }
+}
+
+TEST(LcaFailure, AnImpossibleCaseEndsTheRun) {
+  lca_problem fit = simulate(50, {2, 2, 2}, 2, 1);
+  fit.start_given = true;
+  fit.gamma = {0.5, 0.5};
+  fit.rho.assign(12, 0.5);
+  for (int c = 1; c <= 2; ++c) {
+    fit.rho_ref(1, c, 1, 1) = 0.0;
+    fit.rho_ref(1, c, 2, 1) = 1.0;
+  }
+  EXPECT_EQ(fit.run(), -1);
+  EXPECT_EQ(trimmed(fit.message),
+            "Attempted division by zero\r\npost_denom\r\nOCCURRED IN: estep in MOD estimation\r\n"
+            "E-step for LTA failed at iteration 1\r\nOCCURRED IN: run_em_modelfit in MOD estimation\r\n"
+            "The model could not be fitted from any\r\nset of starting values.\r\n"
+            "OCCURRED IN: runlca");
+  EXPECT_EQ(fit.start_status[0], 1);
+  EXPECT_EQ(fit.start_iter[0], -1);
+}
+
+TEST(LcaFailure, AClassWithoutCasesEndsTheRun) {
+  lca_problem fit = simulate(50, {2, 2, 2}, 2, 1);
+  fit.start_given = true;
+  fit.gamma = {1.0, 0.0};
+  fit.rho.assign(12, 0.5);
+  EXPECT_EQ(fit.run(), -1);
+  EXPECT_EQ(trimmed(fit.message).substr(0, 94),
+            "Attempted division by zero\r\nrtmp_denom\r\nOCCURRED IN: mstep_rho in MOD estimation\r\n"
+            "M-step for RHO");
+}
+
+TEST(LcaFailure, TheHostCanCancel) {
+  struct host {
+    tolvenra_progress record{};
+    int calls = 0;
+  } host;
+  host.record.size = sizeof(tolvenra_progress);
+  host.record.user = &host;
+  host.record.notify = [](tolvenra_progress* record) -> std::int32_t {
+    auto& self = *static_cast<struct host*>(record->user);
+    EXPECT_EQ(record->nstarts, 5);
+    EXPECT_GE(record->iteration, 1);
+    return ++self.calls >= 4 && record->start >= 2 ? 1 : 0;
+  };
+  lca_problem fit = simulate(300, {2, 2, 2, 3}, 3, 2);
+  fit.nstarts = 5;
+  fit.progress = &host.record;
+  EXPECT_EQ(fit.run(), -1);
+  EXPECT_EQ(trimmed(fit.message), "The run was cancelled by the host.\r\nOCCURRED IN: runlca");
+  EXPECT_EQ(fit.run_info[11], 1);
+  EXPECT_EQ(fit.start_status[0], 0);  // finished before the host cancelled
+  EXPECT_EQ(fit.start_status[4], 7);  // untouched
+  EXPECT_EQ(fit.iterations, -1);
+}
+
+TEST(LcaFailure, EveryFailedAllocationBecomesAReport) {
+  lca_problem fit = simulate(120, {2, 3, 2}, 2, 1);
+  fit.nstarts = 2;
+  fit.max_iter = 3;
+  fit.want_draws = true;
+  for (int k = 1; k <= fit.nkase; ++k) {
+    fit.freq.push_back(1.0);
+    fit.clusters.push_back(1 + k % 5);
+  }
+  ASSERT_EQ(fit.run(), 0) << fit.message;
+  int failures = 0;
+  for (long n = 0;; ++n) {
+    lca_problem tried = fit;
+    tried.loglik = 77.0;
+    const api::lca_call call = tried.prepare();
+    allocations_left = n;
+    const int status = api::guarded_run_lca(call);
+    allocations_left = -1;
+    if (status == 0) break;
+    ++failures;
+    EXPECT_EQ(status, -1);
+    EXPECT_EQ(tried.loglik, 77.0) << "after " << n << " allocations";
+    EXPECT_EQ(tried.iterations, -1);
+    ASSERT_LT(n, 100000);
+  }
+  EXPECT_GT(failures, 50);
+}
+
+}  // namespace
+}  // namespace tolvenra::test
