@@ -11,6 +11,10 @@ namespace tolvenra::cdf::detail {
 
 enum class outcome { found, below, above };
 
+/// A distance that counts as a solution where the sign does not change: the tails may depend on
+/// the argument so weakly that rounding hides the change, or come to the target at a bound.
+inline constexpr double negligible = 1e-11;
+
 /// ln(value/target), finite: a tail that underflows is only known to be too small.
 inline double log_ratio(double value, double target) {
   if (value == target) return 0.0;
@@ -47,33 +51,98 @@ double find_zero(const F& f, double a, double fa, double b, double fb) {
   return a;
 }
 
-/// Solves f(x) = 0 for an f that ascends over 0 < lo <= x <= hi: steps of growing ratio from
-/// `start` until the sign changes, geometric bisection down to a factor of two, then the zero
-/// finder. `root` is set only when a solution was found.
+/// Zero between 0 < a < b, where f has opposite signs or a zero: geometric bisection down to a
+/// factor of two, then the zero finder.
+template <class F>
+double refine(const F& f, double a, double fa, double b, double fb) {
+  while (b > 2.0 * a && fa != 0.0 && fb != 0.0) {
+    const double middle = std::sqrt(a) * std::sqrt(b);
+    const double fm = f(middle);
+    const bool beyond = (fm > 0.0) == (fa > 0.0) && fm != 0.0;
+    (beyond ? a : b) = middle;
+    (beyond ? fa : fb) = fm;
+  }
+  return fa == 0.0 ? a : fb == 0.0 ? b : find_zero(f, a, fa, b, fb);
+}
+
+/// Solves f(x) = 0 for an f that ascends over 0 < lo <= x <= hi, by steps of growing ratio from
+/// `start` until the sign changes. `root` is set only when a solution was found.
 template <class F>
 outcome solve(const F& f, double lo, double hi, double start, double& root) {
   double a = start, fa = f(a);
   const bool upward = fa < 0.0;
   double b = a, fb = fa;
   for (double ratio = 2.0; fa != 0.0 && (fb < 0.0) == upward; ratio *= ratio) {
-    if (b == (upward ? hi : lo)) return upward ? outcome::above : outcome::below;
+    if (b == (upward ? hi : lo)) {
+      if (!(std::abs(fb) <= negligible)) return upward ? outcome::above : outcome::below;
+      root = b;
+      return outcome::found;
+    }
     a = b;
     fa = fb;
     b = upward ? std::min(b * ratio, hi) : std::max(b / ratio, lo);
     fb = f(b);
   }
-  if (a > b) {
-    std::swap(a, b);
-    std::swap(fa, fb);
-  }
-  while (b > 2.0 * a && fa != 0.0 && fb != 0.0) {
-    const double middle = std::sqrt(a) * std::sqrt(b);
-    const double fm = f(middle);
-    (fm < 0.0 ? a : b) = middle;
-    (fm < 0.0 ? fa : fb) = fm;
-  }
-  root = fa == 0.0 ? a : fb == 0.0 ? b : find_zero(f, a, fa, b, fb);
+  root = a < b ? refine(f, a, fa, b, fb) : refine(f, b, fb, a, fa);
   return outcome::found;
+}
+
+/// Looks for a zero between a and b, where |f| dips at m without a change of sign at the three: by
+/// golden section down to the bottom of the dip. \return whether there is one
+template <class F>
+bool search_dip(const F& f, double a, double m, double fm, double b, double& root) {
+  constexpr double golden = 0.3819660112501051;
+  while (b > a * (1.0 + 1e-9)) {
+    const bool right = b / m > m / a;
+    const double x = m * std::pow((right ? b : a) / m, golden);
+    const double fx = f(x);
+    if ((fx > 0.0) != (fm > 0.0)) {
+      root = right ? refine(f, m, fm, x, fx) : refine(f, x, fx, m, fm);
+      return true;
+    }
+    if (std::abs(fx) < std::abs(fm)) {
+      (right ? a : b) = std::exchange(m, x);
+      fm = fx;
+    } else {
+      (right ? b : a) = x;
+    }
+  }
+  root = m;
+  return std::abs(fm) <= negligible;
+}
+
+/// The same as `solve` for an f that need not be monotone: walks outwards from `start` on both
+/// sides at once in steps of `ratio` and takes the first change of sign, whether between two
+/// points or in a dip about one. Without any the nearer bound tells.
+template <class F>
+outcome scan(const F& f, double lo, double hi, double start, double& root) {
+  constexpr double ratio = 3.0;
+  struct side {
+    double before, f_before, at, f_at, bound;
+  };
+  const double f_start = f(start);
+  side sides[] = {{start / ratio, f(start / ratio), start, f_start, hi},
+                  {start * ratio, f(start * ratio), start, f_start, lo}};
+  while (sides[0].at < hi || sides[1].at > lo)
+    for (side& s : sides) {
+      if (s.at == s.bound) continue;
+      const bool up = s.bound == hi;
+      const double next = up ? std::min(s.at * ratio, hi) : std::max(s.at / ratio, lo);
+      const double f_next = f(next);
+      if ((f_next > 0.0) != (s.f_at > 0.0)) {
+        root = up ? refine(f, s.at, s.f_at, next, f_next) : refine(f, next, f_next, s.at, s.f_at);
+        return outcome::found;
+      }
+      const double size = std::abs(s.f_at);
+      if (size < std::abs(s.f_before) && size <= std::abs(f_next) &&
+          search_dip(f, std::min(s.before, next), s.at, s.f_at, std::max(s.before, next), root))
+        return outcome::found;
+      s = {s.at, s.f_at, next, f_next, s.bound};
+    }
+  const side& nearer = std::abs(sides[1].f_at) < std::abs(sides[0].f_at) ? sides[1] : sides[0];
+  root = nearer.at;
+  if (std::abs(nearer.f_at) <= negligible) return outcome::found;
+  return nearer.bound == lo ? outcome::below : outcome::above;
 }
 
 }  // namespace tolvenra::cdf::detail
