@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 #include <numeric>
 #include <span>
 
@@ -12,12 +11,6 @@ namespace {
 using word = std::uint64_t;
 
 int32 bits_for(int32 largest) { return std::bit_width(static_cast<std::uint32_t>(largest)); }
-
-/// One word of the sort key: consecutive columns packed side by side, the first most significant.
-struct packed_columns {
-  int32 first = 0, last = -1;  ///< response columns, 0-based; -1 stands for the stratum
-  std::vector<int32> bits;
-};
 
 int32 largest_of(std::span<const int32> values) {
   return values.empty() ? 0 : *std::max_element(values.begin(), values.end());
@@ -71,44 +64,79 @@ class radix_sorter {
   std::vector<word> keys_;
 };
 
-std::vector<packed_columns> pack(const case_columns& cases) {
-  std::vector<packed_columns> words;
-  int32 used = 65;
-  const auto add = [&](int32 column, int32 bits) {
-    if (used + bits > 64) {
-      words.push_back({column, column - 1, {}});
-      used = 0;
-    }
-    used += bits;
-    words.back().last = column;
-    words.back().bits.push_back(bits);
-  };
-  add(-1, bits_for(cases.nstr));
-  for (int32 j = 0; j < cases.y->n[1]; ++j) add(j, bits_for(largest_of(column_of(*cases.y, j))));
-  return words;
-}
-
-word key_of(const case_columns& cases, const packed_columns& columns, std::size_t i) {
-  word key = 0;
-  for (int32 j = columns.first; j <= columns.last; ++j) {
-    const int32 code =
-        j < 0 ? cases.strata->flat[i] : column_of(*cases.y, j)[i];
-    key = (key << columns.bits[static_cast<std::size_t>(j - columns.first)]) |
-          static_cast<word>(static_cast<std::uint32_t>(code));
+/// Stratum and responses of every case, packed side by side into a few words: comparing keys
+/// compares the columns in their order, the stratum first.
+class packed_cases {
+ public:
+  explicit packed_cases(const case_columns& cases) : n_(cases.strata->size()) {
+    add_column(cases.nstr);
+    for (int32 j = 0; j < cases.y->n[1]; ++j) add_column(largest_of(column_of(*cases.y, j)));
+    keys_.assign(n_ * words_, 0);
+    put(0, cases.strata->flat);
+    for (int32 j = 0; j < cases.y->n[1]; ++j)
+      put(static_cast<std::size_t>(j) + 1, column_of(*cases.y, j));
   }
-  return key;
-}
 
-std::vector<std::uint32_t> sorted_cases(const case_columns& cases) {
-  const auto n = static_cast<std::size_t>(cases.y->n[0]);
+  [[nodiscard]] std::size_t words() const { return words_; }
+  [[nodiscard]] word key(std::size_t i, std::size_t w) const { return keys_[i * words_ + w]; }
+
+  /// Number of leading columns, the stratum among them, in which two cases agree.
+  [[nodiscard]] int32 shared(std::size_t a, std::size_t b) const {
+    for (std::size_t w = 0; w < words_; ++w)
+      if (const word differ = key(a, w) ^ key(b, w); differ != 0)
+        return column_of_bit_[64 * w + static_cast<std::size_t>(63 - std::countl_zero(differ))];
+    return static_cast<int32>(fields_.size());
+  }
+
+  /// Response of a case, 0-based column.
+  [[nodiscard]] int32 response(std::size_t i, std::size_t column) const {
+    const field& f = fields_[column + 1];
+    return static_cast<int32>((key(i, f.at) >> f.shift) & f.mask);
+  }
+
+ private:
+  struct field {
+    std::size_t at = 0;  ///< word
+    int32 shift = 0;
+    word mask = 0;
+  };
+
+  void add_column(int32 largest) {
+    const int32 bits = std::max(bits_for(largest), 1);
+    if (words_ == 0 || left_ < bits) {
+      ++words_;
+      left_ = 64;
+      column_of_bit_.resize(64 * words_, 0);
+    }
+    left_ -= bits;
+    for (int32 b = left_; b < left_ + bits; ++b)
+      column_of_bit_[64 * (words_ - 1) + static_cast<std::size_t>(b)] =
+          static_cast<int32>(fields_.size());
+    fields_.push_back({words_ - 1, left_, (word{1} << bits) - 1});
+  }
+
+  void put(std::size_t column, std::span<const int32> codes) {
+    const field& f = fields_[column];
+    for (std::size_t i = 0; i < n_; ++i)
+      keys_[i * words_ + f.at] |= static_cast<word>(codes[i]) << f.shift;
+  }
+
+  std::size_t n_, words_ = 0;
+  int32 left_ = 0;
+  std::vector<field> fields_;
+  std::vector<int32> column_of_bit_;
+  std::vector<word> keys_;
+};
+
+std::vector<std::uint32_t> sorted_cases(const case_columns& cases, const packed_cases& packed) {
+  const auto n = cases.strata->size();
   radix_sorter sorter(n);
   if (cases.cov)  // least significant first
     for (int32 k = cases.cov->n[1]; k-- > 0;)
       sorter.sort_by([values = cases.cov->data() + static_cast<std::size_t>(k) * n](
                          std::size_t i) { return ordered_image(values[i]); });
-  const auto words = pack(cases);
-  for (auto columns = words.rbegin(); columns != words.rend(); ++columns)
-    sorter.sort_by([&](std::size_t i) { return key_of(cases, *columns, i); });
+  for (std::size_t w = packed.words(); w-- > 0;)
+    sorter.sort_by([&](std::size_t i) { return packed.key(i, w); });
   return sorter.order();
 }
 
@@ -120,35 +148,19 @@ bool same_covariates(const array<double, 2>* cov, std::size_t a, std::size_t b) 
   return true;
 }
 
-/// Number of leading responses that two cases share.
-int32 shared_responses(const array<int32, 2>& y, std::size_t a, std::size_t b) {
-  const auto n = static_cast<std::size_t>(y.n[0]);
-  int32 j = 0;
-  while (j < y.n[1] && y.flat[static_cast<std::size_t>(j) * n + a] ==
-                           y.flat[static_cast<std::size_t>(j) * n + b])
-    ++j;
-  return j;
-}
-
 /// Numbers the rows in sorted order and keeps what tells neighbours apart.
-void number_rows(const case_columns& cases, const std::vector<std::uint32_t>& order,
-                 distinct_rows& rows) {
+void number_rows(const case_columns& cases, const packed_cases& packed, distinct_rows& rows) {
+  const auto order = sorted_cases(cases, packed);
   rows.ncol = cases.y->n[1];
   rows.row_of_case.resize(order.size());
   rows.stratum_start.assign(static_cast<std::size_t>(cases.nstr) + 1, 0);
   for (std::size_t k = 0; k < order.size(); ++k) {
     const std::size_t i = order[k];
-    const int32 g = cases.strata->flat[i];
-    bool fresh = true;
-    int32 common = 0;
-    if (k > 0 && cases.strata->flat[order[k - 1]] == g) {
-      common = shared_responses(*cases.y, order[k - 1], i);
-      fresh = common < rows.ncol || !same_covariates(cases.cov, order[k - 1], i);
-    }
-    if (fresh) {
+    const int32 common = k > 0 ? packed.shared(order[k - 1], i) - 1 : -1;  // -1: another stratum
+    if (common < rows.ncol || !same_covariates(cases.cov, order[k - 1], i)) {
       rows.first_case.push_back(static_cast<int32>(i) + 1);
-      rows.shared.push_back(common);
-      rows.stratum_start[static_cast<std::size_t>(g)] = ++rows.nrow;
+      rows.shared.push_back(std::max(common, 0));
+      rows.stratum_start[static_cast<std::size_t>(cases.strata->flat[i])] = ++rows.nrow;
     }
     rows.row_of_case[i] = rows.nrow;
   }
@@ -157,16 +169,13 @@ void number_rows(const case_columns& cases, const std::vector<std::uint32_t>& or
 }
 
 template <class Code>
-void copy_codes(const array<int32, 2>& y, const std::vector<int32>& first_case,
-                std::vector<Code>& codes) {
-  const auto ncol = static_cast<std::size_t>(y.n[1]);
-  codes.resize(first_case.size() * ncol);
-  for (std::size_t j = 0; j < ncol; ++j) {
-    const auto column = column_of(y, static_cast<int32>(j));
-    for (std::size_t row = 0; row < first_case.size(); ++row)
+void copy_codes(const packed_cases& packed, const distinct_rows& rows, std::vector<Code>& codes) {
+  const auto ncol = static_cast<std::size_t>(rows.ncol);
+  codes.resize(rows.first_case.size() * ncol);
+  for (std::size_t row = 0; row < rows.first_case.size(); ++row)
+    for (std::size_t j = 0; j < ncol; ++j)
       codes[row * ncol + j] =
-          static_cast<Code>(column[static_cast<std::size_t>(first_case[row] - 1)]);
-  }
+          static_cast<Code>(packed.response(static_cast<std::size_t>(rows.first_case[row] - 1), j));
 }
 
 /// Adds up the cases of every row, in case order.
@@ -188,14 +197,14 @@ void sum_weights(const case_columns& cases, distinct_rows& rows) {
 
 std::shared_ptr<const distinct_rows> collapse_cases(const case_columns& cases) {
   auto rows = std::make_shared<distinct_rows>();
-  number_rows(cases, sorted_cases(cases), *rows);
-  const auto largest = largest_of({cases.y->data(), cases.y->size()});
-  if (largest <= 255)
-    copy_codes(*cases.y, rows->first_case, rows->codes8);
+  const packed_cases packed(cases);
+  number_rows(cases, packed, *rows);
+  const std::span<const int32> responses(cases.y->data(), cases.y->size());
+  if (largest_of(responses) <= 255)
+    copy_codes(packed, *rows, rows->codes8);
   else
-    copy_codes(*cases.y, rows->first_case, rows->codes16);
-  rows->any_missing =
-      std::find(cases.y->flat.begin(), cases.y->flat.end(), 0) != cases.y->flat.end();
+    copy_codes(packed, *rows, rows->codes16);
+  rows->any_missing = std::find(responses.begin(), responses.end(), 0) != responses.end();
   sum_weights(cases, *rows);
   return rows;
 }
