@@ -76,16 +76,17 @@ struct array {
 
  private:
   int64 shape(const std::array<int32, R>& lower_bounds, const std::array<int32, R>& extents) {
-    int64 total = 1;
+    const bool empty = std::any_of(extents.begin(), extents.end(), [](int32 e) { return e <= 0; });
+    int64 total = 1;  // of an empty array the other extents may be beyond a product
     origin = 0;
     for (std::size_t k = 0; k < R; ++k) {
       n[k] = extents[k] > 0 ? extents[k] : 0;
       lower[k] = lower_bounds[k];
       stride[k] = total;
       origin -= total * lower[k];
-      total *= n[k];
+      if (!empty) total *= n[k];
     }
-    return total;
+    return empty ? 0 : total;
   }
 
   template <std::size_t... K, class... I>
