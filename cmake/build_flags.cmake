@@ -5,6 +5,10 @@
 add_library(tolvenra_flags INTERFACE)
 target_compile_options(tolvenra_flags INTERFACE -ffp-contract=off -Wall -Wextra -Wpedantic
                        -Wconversion -Wshadow)
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  # What GCC means by -Wconversion in C++.
+  target_compile_options(tolvenra_flags INTERFACE -Wno-sign-conversion)
+endif()
 if(TOLVENRA_WERROR)
   target_compile_options(tolvenra_flags INTERFACE -Werror)
 endif()
