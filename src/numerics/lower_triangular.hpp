@@ -10,6 +10,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "numerics/dot_products.hpp"
+
 namespace tolvenra::lower_triangular {
 
 /// y(first..n) -= f * x(first..n)
@@ -55,68 +57,55 @@ inline constexpr double singular_share = 1e-13;
 
 /// True when no row of L is all but a combination of the earlier ones: the share of row j's squared
 /// length that its pivot keeps is 1 - R^2 of variable j given the earlier ones, free of scale.
-[[nodiscard]] inline bool is_regular(const double* l, double* row_length, std::size_t n) {
-  std::fill_n(row_length, n, 0.0);
-  for (std::size_t k = 0; k < n; ++k)
-    for (std::size_t i = k; i < n; ++i) row_length[i] += l[i + k * n] * l[i + k * n];
+[[nodiscard]] inline bool is_regular(const double* l, std::size_t n) {
   for (std::size_t j = 0; j < n; ++j) {
+    double length = 0.0;
+    for (std::size_t k = 0; k <= j; ++k) length += l[j + k * n] * l[j + k * n];
     const double pivot = l[j + j * n];
-    if (!(pivot * pivot > singular_share * row_length[j]) || !std::isfinite(row_length[j]))
-      return false;
+    if (!(pivot * pivot > singular_share * length) || !std::isfinite(length)) return false;
   }
   return true;
 }
 
+/// x(first..n) = M x(first..n) in place, M lower: from the last column to the first, so that every
+/// element is read before it changes; four columns share a pass.
+inline void multiply_in_place(const double* m, double* x, std::size_t first, std::size_t n) {
+  std::size_t k = n;
+  for (; k >= first + 4; k -= 4) {
+    const double* const c = m + (k - 4) * n;
+    const double f[4] = {-x[k - 4], -x[k - 3], -x[k - 2], -x[k - 1]};
+    subtract_four(x, c, n, f, k, n);
+    for (std::size_t i = k; i-- > k - 4;) {
+      double sum = 0.0;
+      for (std::size_t q = k - 4; q <= i; ++q) sum += m[i + q * n] * x[q];
+      x[i] = sum;
+    }
+  }
+  for (; k-- > first;) {
+    subtract_multiple(x, m + k * n, -x[k], k + 1, n);
+    x[k] *= m[k + k * n];
+  }
+}
+
 /// Overwrites L by its inverse, from the last column to the first: column j below the diagonal is
-/// minus the trailing inverse times column j of L, over the pivot. \param work  n values
-inline void invert(double* l, double* work, std::size_t n) {
+/// minus the trailing inverse times column j of L, over the pivot.
+inline void invert(double* l, std::size_t n) {
   for (std::size_t j = n; j-- > 0;) {
     double* const col = l + j * n;
-    const double inverse_pivot = 1.0 / col[j];
-    for (std::size_t i = j + 1; i < n; ++i) {
-      work[i] = col[i] * inverse_pivot;
-      col[i] = 0.0;
-    }
-    col[j] = inverse_pivot;
-    std::size_t k = j + 1;
-    // Columns k..k+3 of the trailing inverse reach upwards to their diagonals only.
-    for (; k + 4 <= n; k += 4) {
-      const double* const x = l + k * n;
-      for (std::size_t c = 0; c < 3; ++c)
-        subtract_multiple(col, x + c * n, work[k + c], k + c, k + 3);
-      subtract_four(col, x, n, {work[k], work[k + 1], work[k + 2], work[k + 3]}, k + 3, n);
-    }
-    for (; k < n; ++k) subtract_multiple(col, l + k * n, work[k], k, n);
+    multiply_in_place(l, col, j + 1, n);
+    col[j] = 1.0 / col[j];
+    for (std::size_t i = j + 1; i < n; ++i) col[i] *= -col[j];
   }
 }
 
 /// out = M' M for lower M, both triangles written; `out` is apart from `m`.
 inline void transpose_product(const double* m, double* out, std::size_t n) {
-  // Element (i, j), i >= j, sums over rows i..n; four columns j share the pass over column i.
-  const auto dot_four = [&](std::size_t i, std::size_t j) {
-    const double* const x = m + i * n;
-    double s[4][2] = {};
-    std::size_t r = i;
-    for (; r + 2 <= n; r += 2)
-      for (std::size_t c = 0; c < 4; ++c) {
-        s[c][0] += x[r] * m[r + (j + c) * n];
-        s[c][1] += x[r + 1] * m[r + 1 + (j + c) * n];
-      }
-    for (std::size_t c = 0; c < 4; ++c) {
-      if (r < n) s[c][0] += x[r] * m[r + (j + c) * n];
-      out[i + (j + c) * n] = out[j + c + i * n] = s[c][0] + s[c][1];
-    }
-  };
-  const auto dot_one = [&](std::size_t i, std::size_t j) {
-    double s = 0.0;
-    for (std::size_t r = i; r < n; ++r) s += m[r + i * n] * m[r + j * n];
-    out[i + j * n] = out[j + i * n] = s;
-  };
-  for (std::size_t i = 0; i < n; ++i) {
-    std::size_t j = 0;
-    for (; j + 4 <= i + 1; j += 4) dot_four(i, j);
-    for (; j <= i; ++j) dot_one(i, j);
-  }
+  std::fill_n(out, n * n, 0.0);
+  // Element (i, j), i >= j, sums over rows i..n.
+  for (std::size_t i = 0; i < n; ++i)
+    dot_products::add_all(m + i + i * n, m + i, n, n - i, i + 1, out + i, n);
+  for (std::size_t j = 1; j < n; ++j)
+    for (std::size_t i = 0; i < j; ++i) out[i + j * n] = out[j + i * n];
 }
 
 /// x = L^-1 b in place.
