@@ -1,7 +1,6 @@
 #include "numerics/beta_expansions.hpp"
 
 #include <algorithm>
-#include <array>
 #include <limits>
 #include <numbers>
 
@@ -62,7 +61,7 @@ bool add_large_a(double a, double b, double x, double y, double& w) {
   const double u =
       reciprocal_gamma(b) * std::exp(log_gamma_step(b, a) + b * std::log((a + b) * -log_x) - z);
   if (u == 0.0) return true;
-  std::array<double, most + 1> c{}, d{};
+  double c[most + 1]{}, d[most + 1]{};
   const double v = 0.25 / (nu * nu), quarter_square = 0.25 * log_x * log_x;
   double j = upper_over_density(b, z), sum = j, power = 1.0, cn = 1.0;
   for (int n = 1; n <= most; ++n) {
@@ -96,7 +95,7 @@ double large_both(const beta_point& at) {
   const double w0 = 1.0 / std::sqrt(std::min(a, b) * (1.0 + h));
   const double root8 = 1.0 / (2.0 * std::numbers::sqrt2);
   const double z0 = std::sqrt(f), z = z0 * std::numbers::sqrt2, z2 = 2.0 * f;
-  std::array<double, most + 2> series{}, power{}, c{}, d{};
+  double series[most + 1]{}, power[most + 1]{}, c[most + 1]{}, d[most + 1]{};
   series[0] = 2.0 / 3.0 * r1;
   c[0] = -0.5 * series[0];
   d[0] = -c[0];

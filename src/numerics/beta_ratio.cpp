@@ -18,7 +18,7 @@ constexpr double eps = std::numeric_limits<double>::epsilon();
 /// Power series in x; b <= 1, or b x below about 0.7.
 double power_series(const beta_point& at) {
   double c = 1.0, sum = 0.0;
-  for (double n = 1.0; n < 2000.0; n += 1.0) {
+  for (int n = 1; n < 2000; ++n) {
     c *= (1.0 - at.b / n) * at.x;
     const double term = c / (at.a + n);
     sum += term;
@@ -48,16 +48,16 @@ double recurrence(const beta_point& at, int n) {
 
 /// Continued fraction for x below the mean and a, b > 1, evaluated forward (Lentz).
 double fraction(const beta_point& at) {
-  const auto [a, b, x, y, lambda] = at;
+  const double a = at.a, b = at.b, x = at.x;
   const double front = beta_front(at).times_exp(0.0);
   if (front == 0.0) return 0.0;
   const auto beta = [&](double n) {
     return n + n * (b - n) * x / (a + 2.0 * n - 1.0) +
-           (a + n) / (a + 2.0 * n + 1.0) * (lambda + 1.0 + n * (1.0 + y));
+           (a + n) / (a + 2.0 * n + 1.0) * (at.lambda + 1.0 + n * (1.0 + at.y));
   };
   constexpr double tiny = 1e-290;
   double c = 1.0 / tiny, d = 1.0 / beta(0.0), h = d;
-  for (double n = 1.0; n < 1e5; n += 1.0) {
+  for (int n = 1; n < 100000; ++n) {
     const double share = x / (a + 2.0 * n - 1.0);
     const double alpha = (a + n - 1.0) * share * ((a + b + n - 1.0) * share) * (n * (b - n));
     const double bn = beta(n);

@@ -15,8 +15,10 @@ enum class outcome { found, below, above };
 /// the argument so weakly that rounding hides the change, or come to the target at a bound.
 inline constexpr double negligible = 1e-11;
 
-/// ln(value/target), finite: a tail that underflows is only known to be too small.
+/// ln(value/target), finite: a tail that underflows is known to be too small, unless it should
+/// be 0, which inside the range no tail is.
 inline double log_ratio(double value, double target) {
+  if (target == 0.0) return 1e9;
   if (value == target) return 0.0;
   return std::clamp(std::log(value) - std::log(target), -1e9, 1e9);
 }

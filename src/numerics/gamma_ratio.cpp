@@ -38,7 +38,7 @@ double upper_fraction(double a, double x) {
   double c = 1.0 / tiny;
   double d = 1.0 / b;
   double h = d;
-  for (double n = 1.0; n < 1e5; n += 1.0) {
+  for (int n = 1; n < 100000; ++n) {
     const double an = n * (a - n);
     b += 2.0;
     const double below = an * d + b;
@@ -56,7 +56,7 @@ double upper_fraction(double a, double x) {
 /// g - 1 and j, which are each small when Q is.
 tails small_tails(double a, double x) {
   double term = 1.0, sum = 0.0;
-  for (double n = 1.0; n < 60.0; n += 1.0) {
+  for (int n = 1; n < 60; ++n) {
     term *= -x / n;
     const double add = term / (a + n);
     sum += add;
@@ -116,7 +116,7 @@ double detail::reciprocal_gamma_minus_one(double a) {
 double detail::reciprocal_gamma(double a) {
   if (a <= 0.5) return a * (1.0 + reciprocal_gamma_minus_one(a));
   double product = 1.0;
-  for (; a > 1.5; product *= a) a -= 1.0;
+  while (a > 1.5) product *= (a -= 1.0);
   return (1.0 + reciprocal_gamma_minus_one(a - 1.0)) / product;
 }
 

@@ -74,11 +74,10 @@ template <class T, class Less>
   std::size_t top = 0;
   int32 first = 0, last = static_cast<int32>(v.size()) - 1;
   for (;;) {
-    if (last - first + 1 < short_range) {
+    const auto length = static_cast<std::size_t>(last - first) + 1;
+    if (last - first < short_range - 1) {
       if (last > first)
-        insertion_sort(
-            v.subspan(static_cast<std::size_t>(first), static_cast<std::size_t>(last - first + 1)),
-            less);
+        insertion_sort(v.first(static_cast<std::size_t>(last) + 1).last(length), less);
       if (top == 0) return true;
       last = stack[--top];
       first = stack[--top];

@@ -137,37 +137,38 @@ TEST(Cdf, InversesReproduceTheTails) {
 }
 
 TEST(Cdf, KnownPointsAndEndsOfTheRange) {
-  error_type err;
-  double p = 0, q = 0, x = 0, df = 10;
-  ASSERT_EQ(cdf::cdf_chi(1, p, q, x, df, err), 0);
-  EXPECT_EQ(p, 0.0);
-  EXPECT_EQ(q, 1.0);
-  x = 500;
-  ASSERT_EQ(cdf::cdf_chi(1, p, q, x, df, err), 0);
-  EXPECT_NEAR(q / 4.4147360999137313e-101, 1.0, 5e-13);
-  x = infinity;
-  ASSERT_EQ(cdf::cdf_chi(1, p, q, x, df, err), 0);
-  EXPECT_EQ(p, 1.0);
-  EXPECT_EQ(q, 0.0);
-  double t = 0;
-  p = 0.95, q = 0.05;
-  ASSERT_EQ(cdf::cdf_t(2, p, q, t, df, err), 0);
-  EXPECT_NEAR(t, 1.8124611228116764, 1e-14);
-  p = q = 0.5;
-  ASSERT_EQ(cdf::cdf_t(2, p, q, t, df, err), 0);
-  EXPECT_EQ(t, 0.0);
-  for (const double end : {-infinity, infinity}) {
-    t = end;
-    ASSERT_EQ(cdf::cdf_t(1, p, q, t, df, err), 0);
-    EXPECT_EQ(q, end < 0 ? 1.0 : 0.0);
-    double mean = 1, sd = 2;
-    ASSERT_EQ(cdf::cdf_nor(1, p, q, t, mean, sd, err), 0);
-    EXPECT_EQ(p, end < 0 ? 0.0 : 1.0);
+  const struct {
+    const char* why;
+    std::size_t distribution;
+    int32 which;
+    double p, q, v[3];  // all of them as they must come out; the sought ones go in as NaN
+  } cases[] = {{"no mass below 0", 0, 1, 0, 1, {0, 10}},
+               {"far tail", 0, 1, 1, 4.4147360999137313e-101, {500, 10}},
+               {"", 0, 1, 1, 0, {infinity, 10}},
+               {"the lower end", 0, 2, 0, 1, {0, 10}},
+               {"upper 5 % point", 1, 2, 0.95, 0.05, {1.8124611228116764, 10}},
+               {"the median", 1, 2, 0.5, 0.5, {0, 10}},
+               {"", 1, 1, 0, 1, {-infinity, 10}},
+               {"", 1, 1, 1, 0, {infinity, 10}},
+               {"", 2, 1, 0, 1, {0, 3, 1e-3}},
+               {"", 2, 1, 1, 0, {infinity, 3, 1e-3}},
+               {"", 3, 1, 0, 1, {-infinity, 1, 2}},
+               {"", 3, 1, 1, 0, {infinity, 1, 2}},
+               {"the median", 3, 2, 0.5, 0.5, {1, 1, 2}},
+               {"", 3, 3, 0.5, 0.5, {1, 1, 2}}};
+  for (const auto& t : cases) {
+    const auto& d = distributions()[t.distribution];
+    SCOPED_TRACE(std::string(d.name) + " " + t.why);
+    double p = t.which == 1 ? nan : t.p, q = t.which == 1 ? nan : t.q;
+    double v[3] = {t.v[0], t.v[1], t.v[2]};
+    if (t.which > 1) v[t.which - 2] = nan;
+    error_type err;
+    EXPECT_EQ(d.call(t.which, p, q, v, err), 0);
+    const double got[] = {p, q, v[0], v[1]}, want[] = {t.p, t.q, t.v[0], t.v[1]};
+    for (int k = 0; k < 4; ++k)
+      EXPECT_TRUE(got[k] == want[k] || std::abs(got[k] / want[k] - 1.0) <= 5e-13) << got[k];
+    EXPECT_FALSE(err_occurred(err));
   }
-  double f = infinity, dfn = 3, dfd = 1e-3;
-  ASSERT_EQ(cdf::cdf_f(1, p, q, f, dfn, dfd, err), 0);
-  EXPECT_EQ(q, 0.0);
-  EXPECT_FALSE(err_occurred(err));
 }
 
 TEST(Cdf, ArgumentsAreCheckedInOrderAndNanIsRefused) {
@@ -225,8 +226,9 @@ TEST(Cdf, SolutionsBeyondTheSearchBoundsAreReported) {
     double p, q, v[3];
     const char* where;
   } cases[] = {{0, 2, 0.7, 0.3, {nan, 1e150}, "higher"},  // mean beyond 1e100
-               {0, 3, 0.5, 0.5, {0.0, nan}, "lower"},     // all mass at 0 only without df
-               {1, 2, 0.9, 0.1, {nan, 1e-3}, "higher"},   // q(1e100) is 0.4
+               {0, 3, 0.0, 1.0, {3.0, nan}, "higher"},
+               {0, 3, 0.5, 0.5, {0.0, nan}, "lower"},    // all mass at 0 only without df
+               {1, 2, 0.9, 0.1, {nan, 1e-3}, "higher"},  // q(1e100) is 0.4
                {1, 2, 0.1, 0.9, {nan, 1e-3}, "lower"},
                {1, 3, 0.999, 0.001, {2.0, nan}, "higher"},  // the normal has 0.977
                {1, 3, 0.4, 0.6, {2.0, nan}, "lower"},       // the lower tail at t > 0 is above 1/2
