@@ -1,0 +1,196 @@
+// Restriction codes: 0 fixed, 1 free, k >= 2 equality group k.
+#include "model/param_slice_cuts.hpp"
+
+namespace tolvenra::param {
+namespace {
+
+/// The line of a negative code: its indices and value, "( 2, 1, 3, 1 ) = -1".
+template <std::size_t R>
+text_lines code_at(const array<int32, R>& codes, int64 at) {
+  std::string line;
+  for (const int32 index : indices_at(codes.n, at))
+    line += (line.empty() ? "( " : ", ") + to_text(int64{index});
+  return text(line, " ) = ", codes.flat[static_cast<std::size_t>(at)]);
+}
+
+/// Offset of the first negative code, -1 for none.
+template <std::size_t R>
+int64 first_negative(const array<int32, R>& codes) {
+  const auto at =
+      std::find_if(codes.flat.begin(), codes.flat.end(), [](int32 code) { return code < 0; });
+  return at == codes.flat.end() ? -1 : at - codes.flat.begin();
+}
+
+template <std::size_t R>
+int32 check_codes(const array<int32, R>& codes, std::string_view name, const routine& here,
+                  error_type& err) {
+  const int64 at = first_negative(codes);
+  if (at < 0) return 0;
+  return fail(err, here,
+              {text("The following element in ", name, " was negative:"), code_at(codes, at)});
+}
+
+/// The codes of a family without irregular words: shape, codes, storing.
+template <std::size_t R>
+int32 put_codes(const array<int32, R>& codes, const dims_of<R>& dims, array<int32, R>& field,
+                const routine& here, error_type& err) {
+  const std::string_view name = here.name.substr(4);
+  if (check_shape(codes, name, dims, here, err) != 0 || check_codes(codes, name, here, err) != 0)
+    return -1;
+  return store(codes, field, here, err);
+}
+
+/// How a missing array is reported: the sentence breaks in a different place for each.
+struct absent_text {
+  std::string_view line1, line2;
+};
+constexpr absent_text no_gamma{"The gamma_restrictions array has not yet",
+                               "been specified in the parameter set provided."};
+constexpr absent_text no_rho{"The rho_restrictions array has not yet been",
+                             "specified in the parameter set provided."};
+constexpr absent_text no_delta{"The delta_restrictions array has not yet been specified",
+                               "in the parameter set provided."};
+constexpr absent_text no_tau{"The tau_restrictions array has not yet been specified",
+                             "in the parameter set provided."};
+constexpr absent_text no_big_rho{"The big_rho_restrictions array has not yet",
+                                 "been specified in the parameter set provided."};
+
+int32 require(bool present, const absent_text& absent, const routine& here, error_type& err) {
+  if (present) return 0;
+  return fail(err, here, {text(absent.line1), text(absent.line2)});
+}
+
+template <std::size_t R>
+int32 get_codes(const param_type& param, const array<int32, R>& field, array<int32, R>& codes,
+                const absent_text& absent, const routine& here, error_type& err) {
+  if (require_dims(param, here, err) != 0 || require(field.allocated, absent, here, err) != 0)
+    return -1;
+  return fields::copy_out(field, codes, here, err);
+}
+
+template <std::size_t R, std::size_t N>
+int32 get_slice_of_codes(const param_type& param, const slice_cut<N>& cut,
+                         const array<int32, R>& full, array<int32, 2>& codes,
+                         const absent_text& absent, const routine& here, error_type& err) {
+  if (require_dims(param, here, err) != 0 || check_indices(cut, here, err) != 0 ||
+      require(full.allocated, absent, here, err) != 0)
+    return -1;
+  return copy_slice(full, cut, codes, here, err);
+}
+
+}  // namespace
+
+int32 put_gamma_restrictions(const array<int32, 2>& codes, param_type& param, error_type& err) {
+  constexpr routine here{"put_gamma_restrictions", "param"};
+  if (require_dims(param, here, err) != 0 ||
+      check_sides(codes, "gamma_restrictions", gamma_dims(param), here, err) != 0)
+    return -1;
+  if (const int64 at = first_negative(codes); at >= 0) {
+    const auto [row, column] = indices_at(codes.n, at);
+    return fail(err, here,
+                {text("The item in row ", row, ", column ", column),
+                 text("in the gamma_restrictions array is negative.")});
+  }
+  return store(codes, param.gamma_restrictions, here, err);
+}
+
+int32 put_rho_restrictions(const array<int32, 4>& codes, param_type& param, error_type& err) {
+  constexpr routine here{"put_rho_restrictions", "param"};
+  if (require_dims(param, here, err) != 0) return -1;
+  if (!param.rho.allocated) return refuse_absent("rho", here, err);
+  const auto dims = rho_dims(param);
+  for (std::size_t k = 0; k < 3; ++k)
+    if (check_dimension(codes, k, "rho_restrictions", dims[k], here, err) != 0) return -1;
+  if (codes.n[3] != param.nstr)
+    return fail(err, here,
+                {text("Dimension 4 of the rho restrictions array is ", codes.n[3]),
+                 text("This must be equal to NSTR = ", param.nstr)});
+  if (const int64 at = first_negative(codes); at >= 0)
+    return fail(
+        err, here,
+        {text("The following element in rho_restrictions was negative:"), code_at(codes, at)});
+  return store(codes, param.rho_restrictions, here, err);
+}
+
+int32 put_delta_restrictions(const array<int32, 3>& codes, param_type& param, error_type& err) {
+  constexpr routine here{"put_delta_restrictions", "param"};
+  if (require_dims(param, here, err) != 0) return -1;
+  return put_codes(codes, delta_dims(param), param.delta_restrictions, here, err);
+}
+
+int32 put_tau_restrictions(const array<int32, 5>& codes, param_type& param, error_type& err) {
+  constexpr routine here{"put_tau_restrictions", "param"};
+  if (require_dims(param, here, err) != 0) return -1;
+  return put_codes(codes, tau_dims(param), param.tau_restrictions, here, err);
+}
+
+int32 put_big_rho_restrictions(const array<int32, 6>& codes, param_type& param, error_type& err) {
+  constexpr routine here{"put_big_rho_restrictions", "param"};
+  if (require_dims(param, here, err) != 0) return -1;
+  if (!param.big_rho.allocated) return refuse_absent("big_rho", here, err);
+  return put_codes(codes, big_rho_dims(param), param.big_rho_restrictions, here, err);
+}
+
+int32 put_rho_restrictions2(const array<int32, 2>& codes, int32 stratum, int32 citem,
+                            param_type& param, error_type& err) {
+  constexpr routine here{"put_rho_restrictions2", "param"};
+  constexpr std::string_view name = "rho_restrictions2";
+  const auto cut = with_indices_reversed(rho_cut(param, stratum, citem));
+  if (require_dims(param, here, err) != 0 || check_indices(cut, here, err) != 0 ||
+      check_dimension(codes, 0, name, {"This must be equal to NC = ", param.nc}, here, err) != 0 ||
+      check_dimension(codes, 1, name, {"This must be equal to nrcmax = ", param.nrcmax}, here,
+                      err) != 0 ||
+      check_codes(codes, name, here, err) != 0)
+    return -1;
+  return store_slice(codes, cut, param.nrcmax, param.rho_restrictions, rho_dims(param),
+                     "rho_restrictions", here, err);
+}
+
+int32 put_big_rho_restrictions2(const array<int32, 2>& codes, int32 stratum, int32 clss, int32 time,
+                                int32 sitem, param_type& param, error_type& err) {
+  constexpr routine here{"put_big_rho_restrictions2", "param"};
+  constexpr std::string_view name = "big_rho_restrictions2";
+  const auto cut = with_indices_reversed(big_rho_cut(param, stratum, clss, time, sitem));
+  if (require_dims(param, here, err) != 0 || check_indices(cut, here, err) != 0 ||
+      check_sides(codes, name, cut.sides, here, err) != 0 ||
+      check_codes(codes, name, here, err) != 0)
+    return -1;
+  return store_slice(codes, cut, param.nrsmax, param.big_rho_restrictions, big_rho_dims(param),
+                     "big_rho_restrictions", here, err);
+}
+
+int32 get_gamma_restrictions(const param_type& param, array<int32, 2>& codes, error_type& err) {
+  return get_codes(param, param.gamma_restrictions, codes, no_gamma,
+                   {"get_gamma_restrictions", "param"}, err);
+}
+int32 get_rho_restrictions(const param_type& param, array<int32, 4>& codes, error_type& err) {
+  return get_codes(param, param.rho_restrictions, codes, no_rho, {"get_rho_restrictions", "param"},
+                   err);
+}
+int32 get_delta_restrictions(const param_type& param, array<int32, 3>& codes, error_type& err) {
+  return get_codes(param, param.delta_restrictions, codes, no_delta,
+                   {"get_delta_restrictions", "param"}, err);
+}
+int32 get_tau_restrictions(const param_type& param, array<int32, 5>& codes, error_type& err) {
+  return get_codes(param, param.tau_restrictions, codes, no_tau, {"get_tau_restrictions", "param"},
+                   err);
+}
+int32 get_big_rho_restrictions(const param_type& param, array<int32, 6>& codes, error_type& err) {
+  return get_codes(param, param.big_rho_restrictions, codes, no_big_rho,
+                   {"get_big_rho_restrictions", "param"}, err);
+}
+
+int32 get_rho_restrictions2(const param_type& param, int32 stratum, int32 citem,
+                            array<int32, 2>& codes, error_type& err) {
+  return get_slice_of_codes(param, with_indices_reversed(rho_cut(param, stratum, citem)),
+                            param.rho_restrictions, codes, no_rho,
+                            {"get_rho_restrictions2", "param"}, err);
+}
+int32 get_big_rho_restrictions2(const param_type& param, int32 stratum, int32 clss, int32 time,
+                                int32 sitem, array<int32, 2>& codes, error_type& err) {
+  return get_slice_of_codes(
+      param, with_indices_reversed(big_rho_cut(param, stratum, clss, time, sitem)),
+      param.big_rho_restrictions, codes, no_big_rho, {"get_big_rho_restrictions2", "param"}, err);
+}
+
+}  // namespace tolvenra::param

@@ -1,0 +1,86 @@
+// Whole parameter arrays.
+#include "model/param_checks.hpp"
+
+namespace tolvenra::param {
+namespace {
+
+/// Coefficients have a shape, no constraint.
+template <std::size_t R>
+int32 put_coefficients(const array<double, R>& from, const dims_of<R>& dims,
+                       array<double, R>& field, const param_type& param, const routine& here,
+                       error_type& err) {
+  if (require_dims(param, here, err) != 0 ||
+      check_shape(from, here.name.substr(4), dims, here, err) != 0)
+    return -1;
+  return store(from, field, here, err);
+}
+
+template <std::size_t R>
+using row_check = int32(const array<double, R>&, const param_type&, row_layout&, const routine&,
+                        error_type&);
+
+template <std::size_t R>
+int32 put_probabilities(const array<double, R>& from, row_check<R>* check, array<double, R>& field,
+                        const param_type& param, const routine& here, error_type& err) {
+  row_layout rows;
+  if (require_dims(param, here, err) != 0 || check(from, param, rows, here, err) != 0) return -1;
+  return store_rows(from, field, rows, here, err);
+}
+
+}  // namespace
+
+int32 put_gamma(const array<double, 2>& gamma, param_type& param, error_type& err) {
+  return put_probabilities(gamma, check_gamma, param.gamma, param, {"put_gamma", "param"}, err);
+}
+int32 put_rho(const array<double, 4>& rho, param_type& param, error_type& err) {
+  return put_probabilities(rho, check_rho, param.rho, param, {"put_rho", "param"}, err);
+}
+int32 put_delta(const array<double, 3>& delta, param_type& param, error_type& err) {
+  return put_probabilities(delta, check_delta, param.delta, param, {"put_delta", "param"}, err);
+}
+int32 put_tau(const array<double, 5>& tau, param_type& param, error_type& err) {
+  return put_probabilities(tau, check_tau, param.tau, param, {"put_tau", "param"}, err);
+}
+int32 put_big_rho(const array<double, 6>& big_rho, param_type& param, error_type& err) {
+  return put_probabilities(big_rho, check_big_rho, param.big_rho, param, {"put_big_rho", "param"},
+                           err);
+}
+
+int32 put_beta(const array<double, 3>& beta, param_type& param, error_type& err) {
+  return put_coefficients(beta, beta_dims(param), param.beta, param, {"put_beta", "param"}, err);
+}
+int32 put_delta_beta(const array<double, 4>& delta_beta, param_type& param, error_type& err) {
+  return put_coefficients(delta_beta, delta_beta_dims(param), param.delta_beta, param,
+                          {"put_delta_beta", "param"}, err);
+}
+int32 put_tau_beta(const array<double, 6>& tau_beta, param_type& param, error_type& err) {
+  return put_coefficients(tau_beta, tau_beta_dims(param), param.tau_beta, param,
+                          {"put_tau_beta", "param"}, err);
+}
+
+int32 get_gamma(const param_type& param, array<double, 2>& gamma, error_type& err) {
+  return get_array(param, param.gamma, gamma, {"get_gamma", "param"}, err);
+}
+int32 get_rho(const param_type& param, array<double, 4>& rho, error_type& err) {
+  return get_array(param, param.rho, rho, {"get_rho", "param"}, err);
+}
+int32 get_beta(const param_type& param, array<double, 3>& beta, error_type& err) {
+  return get_array(param, param.beta, beta, {"get_beta", "param"}, err);
+}
+int32 get_delta(const param_type& param, array<double, 3>& delta, error_type& err) {
+  return get_array(param, param.delta, delta, {"get_delta", "param"}, err);
+}
+int32 get_tau(const param_type& param, array<double, 5>& tau, error_type& err) {
+  return get_array(param, param.tau, tau, {"get_tau", "param"}, err);
+}
+int32 get_big_rho(const param_type& param, array<double, 6>& big_rho, error_type& err) {
+  return get_array(param, param.big_rho, big_rho, {"get_big_rho", "param"}, err);
+}
+int32 get_delta_beta(const param_type& param, array<double, 4>& delta_beta, error_type& err) {
+  return get_array(param, param.delta_beta, delta_beta, {"get_delta_beta", "param"}, err);
+}
+int32 get_tau_beta(const param_type& param, array<double, 6>& tau_beta, error_type& err) {
+  return get_array(param, param.tau_beta, tau_beta, {"get_tau_beta", "param"}, err);
+}
+
+}  // namespace tolvenra::param
