@@ -47,10 +47,6 @@ int32 check_sizes(lca_run& run) {
   return 0;
 }
 
-bool any_restriction(const int32* codes, int64 count) {
-  return codes && std::any_of(codes, codes + count, [](int32 code) { return code != 1; });
-}
-
 int32 not_available(lca_run& run, std::string_view what) {
   return refuse(run, {text(what, " not available yet.")});
 }
@@ -60,13 +56,6 @@ int32 check_available(lca_run& run) {
   const lca_call& call = run.call;
   if (call.ncov > 0) return not_available(run, "A regression on covariates is");
   if (call.se_option != 0) return not_available(run, "The computation of standard errors is");
-  if (call.rho_prior_strength > 0.0 || call.gamma_prior_strength > 0.0)
-    return not_available(run, "Estimation with a prior is");
-  const int64 nstr = std::max(call.nstr, 0);
-  const int64 nc = std::max(call.nc, 0);
-  if (any_restriction(call.gamma_restrictions, nc * nstr) ||
-      any_restriction(call.rho_restrictions, nc * nstr * call.nci * call.nrcmax))
-    return not_available(run, "Estimation under parameter restrictions is");
   return 0;
 }
 

@@ -14,11 +14,14 @@ struct built_results {
   array<double, 4> rho;
   array<int32, 2> patterns;
   dataset::cluster_summary clusters;
+  int32 free_parameters = 0;
 };
 
 int32 build(lca_run& run, built_results& built) {
   const lca_call& call = run.call;
   const fitted_start& best = *run.best;
+  built.free_parameters =
+      best.work.gamma.solver.free_parameters() + best.work.rho.solver.free_parameters();
   if (param::get_gamma(best.param, built.gamma, run.err) != 0 ||
       param::get_rho(best.param, built.rho, run.err) != 0)
     return -1;
@@ -99,7 +102,7 @@ int32 starts_at_best(const lca_run& run) {
       }));
 }
 
-void copy_out_run_info(const lca_run& run) {
+void copy_out_run_info(const lca_run& run, int32 free_parameters) {
   int32* info = run.call.run_info;
   if (!info) return;
   const mlresult_type& result = run.best->result;
@@ -111,7 +114,7 @@ void copy_out_run_info(const lca_run& run) {
   info[4] = static_cast<int32>(result.pattern_row.size());
   info[5] = result.rows->any_missing ? 1 : 0;
   info[10] = parallel::thread_count(run.call.max_threads);
-  info[12] = result.n_params_estimated;  // without restrictions the rule and the algebra agree
+  info[12] = free_parameters;
 }
 
 }  // namespace
@@ -140,7 +143,7 @@ int32 copy_out_lca(lca_run& run) {
   copy_out_patterns(run, built);
   copy_out_clusters(call, built.clusters);
   copy_out_fit(run);
-  copy_out_run_info(run);
+  copy_out_run_info(run, built.free_parameters);
   if (!run.drawn_class.empty()) copy_out(run.drawn_class, call.drawn_class);
   set_cell(call.iterations, run.best->result.iter);
   return 0;

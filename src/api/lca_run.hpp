@@ -27,6 +27,7 @@ struct lca_run {
   dataset_type dataset;
   model_type model;
   param_type param;
+  array<double, 4> given_rho;       ///< the host's rho where it is read
   std::vector<start_outcome> starts;
   std::unique_ptr<fitted_start> best;
   std::array<double, 8> fit_extra{};

@@ -1,8 +1,11 @@
 #include "api/run_lca.hpp"
 
+#include <algorithm>
 #include <cmath>
-#include <numeric>
+#include <limits>
+#include <utility>
 
+#include "api/fixed_values.hpp"
 #include "api/host_arrays.hpp"
 #include "api/lca_run.hpp"
 #include "core/dynamic_allocation.hpp"
@@ -83,6 +86,88 @@ int32 put_sizes(lca_run& run) {
   return param::put_dims(dims, run.param, run.err);
 }
 
+bool holds_fixed(const array<int32, 4>& codes) {
+  return std::find(codes.flat.begin(), codes.flat.end(), 0) != codes.flat.end();
+}
+
+int32 put_restrictions(lca_run& run) {
+  const lca_call& call = run.call;
+  if (call.gamma_restrictions &&
+      param::put_gamma_restrictions(
+          copy_in<int32, 2>(call.gamma_restrictions, {call.nc, call.nstr}), run.param, run.err) != 0)
+    return -1;
+  const std::array<int32, 4> shape{call.nci, call.nc, call.nrcmax, call.nstr};
+  if (call.rho_restrictions &&
+      param::put_rho_restrictions(copy_in<int32, 4>(call.rho_restrictions, shape), run.param,
+                                  run.err) != 0)
+    return -1;
+  const bool fixed = holds_fixed(run.param.rho_restrictions);
+  if (fixed && !call.rho)
+    return refuse(run, {text("A required argument is missing (NULL address):"),
+                        text("position 23 (rho)")});
+  if (fixed || call.start_given) run.given_rho = copy_in<double, 4>(call.rho, shape);
+  return 0;
+}
+
+/// Starting values of the host, or uniform gamma; fixed cells always take the host's values.
+int32 put_start_values(lca_run& run) {
+  const lca_call& call = run.call;
+  if (call.gamma) {
+    auto gamma = copy_in<double, 2>(call.gamma, {call.nc, call.nstr});
+    if (!call.start_given) {
+      array<double, 2> uniform = run.param.gamma;
+      keep_fixed_values(gamma.flat, run.param.gamma_restrictions.flat,
+                        param::gamma_rows(run.param), uniform.flat);
+      gamma = std::move(uniform);
+    }
+    if (param::put_gamma(gamma, run.param, run.err) != 0) return -1;
+  }
+  return call.start_given ? param::put_rho(run.given_rho, run.param, run.err) : 0;
+}
+
+/// Observed proportions of an item's categories, over the cases that answered it.
+std::vector<double> observed_proportions(const distinct_rows& rows, int32 item, int32 categories) {
+  std::vector<double> p(static_cast<std::size_t>(categories), 0.0);
+  double total = 0.0;
+  for (int32 row = 1; row <= rows.nrow; ++row) {
+    const double weight = rows.weight[static_cast<std::size_t>(row - 1)];
+    const int32 r = rows.response(row, item);
+    if (r == 0) continue;
+    p[static_cast<std::size_t>(r - 1)] += weight;
+    total += weight;
+  }
+  for (double& share : p) share = total > 0.0 ? share / total : 1.0 / categories;
+  return p;
+}
+
+/// A prior that knows no labels: every class expects the proportions of the whole sample.
+int32 put_rho_prior(lca_run& run) {
+  const lca_call& call = run.call;
+  array<double, 4> prior;
+  array<double, 3> ess;
+  prior.allocate({call.nci, call.nc, call.nrcmax, call.nstr});
+  ess.allocate({call.nci, call.nc, call.nstr}, call.rho_prior_strength);
+  for (int32 j = 1; j <= call.nci; ++j) {
+    const auto p = observed_proportions(*run.dataset.rows, j, run.param.nrc(j));
+    for (int32 g = 1; g <= call.nstr; ++g)
+      for (int32 c = 1; c <= call.nc; ++c)
+        for (int32 r = 1; r <= run.param.nrc(j); ++r)
+          prior(j, c, r, g) = p[static_cast<std::size_t>(r - 1)];
+  }
+  if (param::put_rho_prior(prior, run.param, run.err) != 0) return -1;
+  return param::put_rho_prior_ess(ess, run.param, run.err);
+}
+
+int32 put_gamma_prior(lca_run& run) {
+  const lca_call& call = run.call;
+  array<double, 2> prior;
+  array<double, 1> ess;
+  prior.allocate({call.nc, call.nstr}, 1.0 / call.nc);
+  ess.allocate({call.nstr}, call.gamma_prior_strength);
+  if (param::put_gamma_prior(prior, run.param, run.err) != 0) return -1;
+  return param::put_gamma_prior_ess(ess, run.param, run.err);
+}
+
 int32 load_model(lca_run& run) {
   const lca_call& call = run.call;
   if (model::put_nc(call.nc, run.model, run.err) != 0 || put_sizes(run) != 0 ||
@@ -91,14 +176,9 @@ int32 load_model(lca_run& run) {
   if (call.nc < 1)
     return refuse(run, {text("The number of latent classes specified was ", call.nc),
                         text("A run needs at least 1.")});
-  if (!call.start_given) return 0;
-  if (call.gamma &&
-      param::put_gamma(copy_in<double, 2>(call.gamma, {call.nc, call.nstr}), run.param, run.err) !=
-          0)
-    return -1;
-  return param::put_rho(
-      copy_in<double, 4>(call.rho, {call.nci, call.nc, call.nrcmax, call.nstr}), run.param,
-      run.err);
+  if (put_restrictions(run) != 0 || put_start_values(run) != 0) return -1;
+  if (call.rho_prior_strength > 0.0 && put_rho_prior(run) != 0) return -1;
+  return call.gamma_prior_strength > 0.0 ? put_gamma_prior(run) : 0;
 }
 
 /// Adds the report of a start to the run's own.
@@ -120,6 +200,7 @@ int32 fit_starts(lca_run& run) {
   search.model = &run.model;
   search.base = &run.param;
   search.random_rho = !call.start_given;
+  search.fixed_rho = run.given_rho.allocated ? &run.given_rho : nullptr;
   search.controls = {call.criterion, call.max_iter, call.max_threads, {}};
   search.progress = &run.progress;
   run.best = run_starts(search, run.starts, run.err);
@@ -140,6 +221,15 @@ int32 upper_tail(double statistic, double df, bool meaningful, double& q, error_
   return statistic > 0.0 ? cdf::cdf_chi(1, p, q, statistic, df, err) : 0;
 }
 
+/// Logarithm of the priors at the estimates, up to a constant.
+template <std::size_t R>
+double log_prior(const prob_block<R>& block) {
+  double sum = 0.0;
+  for (std::size_t q = 0; q < block.pseudo.size(); ++q)
+    if (block.pseudo[q] > 0.0) sum += block.pseudo[q] * std::log(block.now.flat[q]);
+  return sum;
+}
+
 int32 compute_statistics(lca_run& run) {
   mlresult_type& result = run.best->result;
   if (estimation::run_compute_fit_stats(run.best->work, result, run.err) != 0) return -1;
@@ -150,7 +240,7 @@ int32 compute_statistics(lca_run& run) {
   run.fit_extra[0] = result.X2;
   run.fit_extra[2] = result.weighted_entropyraw;
   run.fit_extra[3] = result.weighted_entropy;
-  run.fit_extra[4] = result.loglik;  // no prior is in force
+  run.fit_extra[4] = result.loglik + log_prior(run.best->work.gamma) + log_prior(run.best->work.rho);
   if (upper_tail(result.G2, result.apparent_df, cells_fit, g2_tail, run.err) != 0 ||
       upper_tail(result.cat_g2, result.cat_df, cells_fit, cat_tail, run.err) != 0 ||
       upper_tail(result.X2, double{1} * result.apparent_df + result.cat_df, cells_fit, x2_tail,

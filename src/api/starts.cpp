@@ -4,6 +4,7 @@
 #include <exception>
 #include <string>
 
+#include "api/fixed_values.hpp"
 #include "core/dynamic_allocation.hpp"
 #include "core/parallel.hpp"
 #include "numerics/random_generator.hpp"
@@ -25,12 +26,21 @@ bool side_by_side(const start_search& search, int32 starts) {
   return starts > 1 && bytes < 4.0 * (1 << 20);
 }
 
+/// Random rho by the start's seed; the host's values return to the fixed cells.
+int32 draw_rho(const start_search& search, start_outcome& outcome, param_type& param) {
+  if (param::run_random_rho_startvals(param, outcome.report, outcome.seed, outcome.seed) != 0)
+    return -1;
+  if (!search.fixed_rho) return 0;
+  array<double, 4> rho = param.rho;
+  keep_fixed_values(search.fixed_rho->flat, param.rho_restrictions.flat, param::rho_rows(param),
+                    rho.flat);
+  return param::put_rho(rho, param, outcome.report);
+}
+
 int32 fit(const start_search& search, start_outcome& outcome, const estimation::em_controls& controls,
           fitted_start& start) {
   start.param = *search.base;
-  if (search.random_rho &&
-      param::run_random_rho_startvals(start.param, outcome.report, outcome.seed, outcome.seed) != 0)
-    return -1;
+  if (search.random_rho && draw_rho(search, outcome, start.param) != 0) return -1;
   return estimation::run_em_modelfit(*search.dataset, *search.model, start.param, start.result,
                                      start.work, outcome.report, controls);
 }

@@ -53,6 +53,7 @@ struct start_search {
   const param_type* base = nullptr;  ///< dimensions, options and what the starts share
   bool random_rho = true;            ///< each start draws its own rho; otherwise all starts are
                                      ///< one, fitted once
+  const array<double, 4>* fixed_rho = nullptr;  ///< values of fixed cells for random rho, or null
   estimation::em_controls controls;
   run_progress* progress = nullptr;
 };

@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <utility>
+
 #include "estimation/estep.hpp"
 #include "estimation/mlworkspace.hpp"
 #include "estimation/restrictions.hpp"
@@ -5,41 +8,47 @@
 namespace tolvenra::estimation {
 namespace {
 
-/// Loads one family of probability vectors: values, codes, the fixed sum of every row.
+/// Loads one family of probability vectors: values and codes.
 template <std::size_t R>
 void load_block(const array<double, R>& values, const array<int32, R>& codes, row_layout rows,
                 prob_block<R>& block) {
+  block.denominator.assign(static_cast<std::size_t>(rows.nrows), 0.0);
   block.rows = std::move(rows);
   block.now = values;
   block.old = values;
   block.code = codes;
   block.numerator.allocate(values.n);
-  const auto nrows = static_cast<std::size_t>(block.rows.nrows);
-  block.denominator.assign(nrows, 0.0);
-  block.sum_fix.assign(nrows, 0.0);
+}
+
+/// Loads a prior as pseudo-counts; `ess` holds one value per row, in row order.
+template <std::size_t R>
+void load_prior(bool given, const array<double, R>& prior, const std::vector<double>& ess,
+                prob_block<R>& block) {
+  block.use_prior = given && std::any_of(ess.begin(), ess.end(), [](double e) { return e > 0.0; });
+  block.pseudo.clear();
+  if (!block.use_prior) return;
+  block.pseudo.assign(prior.size(), 0.0);
   for (int32 m = 0; m < block.rows.nrows; ++m)
     for (int32 r = 0; r < block.rows.length[static_cast<std::size_t>(m)]; ++r) {
       const auto at = static_cast<std::size_t>(block.rows.base(m) + r * block.rows.step);
-      if (block.code.flat[at] == 0) block.sum_fix[static_cast<std::size_t>(m)] += values.flat[at];
+      block.pseudo[at] = ess[static_cast<std::size_t>(m)] * prior.flat[at];
     }
-  block.n_estimated = number_of_parameters_estimated(block.code.flat, block.rows);
-}
-
-/// Estimated rho parameters; strata that share their rho are counted once.
-int32 count_rho(const mlworkspace& work) {
-  row_layout rows = work.rho.rows;
-  if (work.rho_equal_across_strata) rows.nrows /= work.data.nstr;
-  return number_of_parameters_estimated(work.rho.code.flat, rows);
 }
 
 }  // namespace
 
-int32 load_mlworkspace_param(mlworkspace& work, error_type&) {
+int32 load_mlworkspace_param(mlworkspace& work, error_type& err) {
+  constexpr routine here{"load_mlworkspace_param", "estimation"};
   const param_type& param = work.given.param;
   work.rho_equal_across_strata = param.rho_equal_across_strata;
   load_block(param.gamma, param.gamma_restrictions, param::gamma_rows(param), work.gamma);
   load_block(param.rho, param.rho_restrictions, param::rho_rows(param), work.rho);
-  work.rho.n_estimated = count_rho(work);
+  load_prior(param.gamma_prior_set, param.gamma_prior, param.gamma_prior_ess.flat, work.gamma);
+  load_prior(param.rho_prior_set, param.rho_prior, param.rho_prior_ess.flat, work.rho);
+  if (get_info_from_gamma_restriction(work, err) != 0)
+    return fail(err, here, {text("Could not get info from gamma_restrictions.")});
+  if (get_info_from_rho_restriction(work, err) != 0)
+    return fail(err, here, {text("Could not get info from rho_restrictions.")});
   plan_estep(work);
   return 0;
 }

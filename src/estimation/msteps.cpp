@@ -5,31 +5,25 @@
 namespace tolvenra::estimation {
 namespace {
 
-/// New values of the first `nrows` rows from their numerators.
+/// Adds the prior's pseudo-counts; they are ordinary counts from here on.
 template <std::size_t R>
-int32 update_rows(prob_block<R>& block, int32 nrows, const routine& here, error_type& err) {
-  for (int32 m = 0; m < nrows; ++m) {
-    const auto at = static_cast<std::size_t>(m);
-    const int32 length = block.rows.length[at];
-    const int64 base = block.rows.base(m);
-    const auto element = [&](int32 r) { return static_cast<std::size_t>(base + r * block.rows.step); };
-    double total = 0.0;
-    for (int32 r = 0; r < length; ++r)
-      if (block.code.flat[element(r)] != 0) total += block.numerator.flat[element(r)];
-    block.denominator[at] = total;
-    const double left = std::max(0.0, 1.0 - block.sum_fix[at]);
-    if (length == 1) {  // one category: the sum decides, whatever the class weighs
-      if (block.code.flat[element(0)] != 0) block.now.flat[element(0)] = left;
-      continue;
-    }
-    if (length == 0) continue;
-    if (!(total >= smallest_normal))
+void add_pseudo_counts(prob_block<R>& block) {
+  if (!block.use_prior) return;
+  for (std::size_t q = 0; q < block.pseudo.size(); ++q) block.numerator.flat[q] += block.pseudo[q];
+}
+
+/// New values of a family from its numerators.
+template <std::size_t R>
+int32 update_rows(prob_block<R>& block, const routine& here, error_type& err) {
+  switch (block.solver.solve(block.numerator.flat, block.now.flat, block.denominator)) {
+    case row_solver::outcome::solved:
+      return 0;
+    case row_solver::outcome::zero_denominator:
       return fail(err, here, error_code::division_by_zero, {text("rtmp_denom")});
-    for (int32 r = 0; r < length; ++r)
-      if (block.code.flat[element(r)] != 0)
-        block.now.flat[element(r)] = left * block.numerator.flat[element(r)] / total;
+    case row_solver::outcome::inconsistent:
+      break;
   }
-  return 0;
+  return fail(err, here, {text("The equality and fixed restrictions of a row could not be met.")});
 }
 
 /// The expected counts of the class items, missing responses spread by the previous estimates.
@@ -67,10 +61,11 @@ void copy_to_all_strata(prob_block<4>& rho) {
 int32 mstep_rho(mlworkspace& work, error_type& err) {
   constexpr routine here{"mstep_rho", "estimation"};
   count_responses(work);
-  if (!work.rho_equal_across_strata) return update_rows(work.rho, work.rho.rows.nrows, here, err);
-  pool_strata(work.rho);
-  if (update_rows(work.rho, work.rho.rows.nrows / work.data.nstr, here, err) != 0) return -1;
-  copy_to_all_strata(work.rho);
+  add_pseudo_counts(work.rho);
+  const bool equal_strata = work.rho_equal_across_strata;
+  if (equal_strata) pool_strata(work.rho);
+  if (update_rows(work.rho, here, err) != 0) return -1;
+  if (equal_strata) copy_to_all_strata(work.rho);
   return 0;
 }
 
@@ -79,7 +74,8 @@ int32 mstep_gamma(mlworkspace& work, error_type& err) {
     const double* totals = &work.classes.counts[work.classes.prevalence(g)];
     std::copy_n(totals, work.latent.nc, work.gamma.numerator.column(g));
   }
-  return update_rows(work.gamma, work.gamma.rows.nrows, {"mstep_gamma", "estimation"}, err);
+  add_pseudo_counts(work.gamma);
+  return update_rows(work.gamma, {"mstep_gamma", "estimation"}, err);
 }
 
 }  // namespace tolvenra::estimation

@@ -9,6 +9,7 @@
 
 #include "core/array.hpp"
 #include "core/types.hpp"
+#include "estimation/row_solver.hpp"
 #include "model/prob_rows.hpp"
 
 namespace tolvenra {
@@ -19,8 +20,11 @@ struct prob_block {
   array<double, R> now, old;             ///< estimates (new_, old_) in the parameter's shape
   array<int32, R> code;                  ///< 0 fixed, 1 free, k >= 2 equality group k
   array<double, R> numerator;            ///< expected counts plus pseudo-counts
-  std::vector<double> denominator;       ///< one per row
-  std::vector<double> sum_fix;           ///< one per row: total of its fixed elements
+  bool use_prior = false;                ///< a prior was given and some of it counts
+  std::vector<double> pseudo;            ///< its pseudo-counts, ess times prior, in the flat order
+  std::vector<double> denominator;       ///< one per row: counts of the elements that are not fixed
+  estimation::row_solver solver;                     ///< the decoded restrictions
+  int32 shared_rows = 0;                 ///< rows that differ; the others are copies (equal strata)
   int32 n_estimated = 0;                 ///< parameters that EM estimates
 };
 

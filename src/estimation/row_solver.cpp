@@ -69,6 +69,24 @@ void solve_semidefinite(std::vector<double>& h, std::vector<double>& d) {
   for (std::size_t i = 0; i < n; ++i) d[i] *= scale[i];
 }
 
+/// Rank of a matrix of small whole numbers, given by its rows.
+int32 rank(std::vector<std::vector<double>> a) {
+  std::size_t done = 0;
+  for (std::size_t column = 0; !a.empty() && column < a.front().size() && done < a.size(); ++column) {
+    std::size_t pivot = done;
+    for (std::size_t i = done; i < a.size(); ++i)
+      if (std::abs(a[i][column]) > std::abs(a[pivot][column])) pivot = i;
+    if (std::abs(a[pivot][column]) < 1e-9) continue;
+    std::swap(a[pivot], a[done]);
+    for (std::size_t i = done + 1; i < a.size(); ++i) {
+      const double factor = a[i][column] / a[done][column];
+      for (std::size_t q = column; q < a[i].size(); ++q) a[i][q] -= factor * a[done][q];
+    }
+    ++done;
+  }
+  return static_cast<int32>(done);
+}
+
 }  // namespace
 
 row_solver::row_solver(std::span<const int32> codes, std::span<const double> values,
@@ -373,6 +391,26 @@ bool row_solver::consistent(std::span<const double> values) const {
     if (!(std::abs(sum - r.left) <= 1e-11) || !(smallest > 1e-7)) return false;
   }
   return true;
+}
+
+int32 row_solver::free_parameters() const {
+  int32 count = 0;
+  for (const component& c : components_) {
+    count += static_cast<int32>(c.groups.size());
+    std::vector<std::vector<double>> tied;  // rows without a free element of their own
+    for (const std::size_t m : c.rows) {
+      count += std::max(static_cast<int32>(rows_[m].free.size()) - 1, 0);
+      if (rows_[m].free.empty()) tied.emplace_back(c.groups.size(), 0.0);
+    }
+    std::vector<std::size_t> place(c.rows.size(), 0);  // in `tied`, by number within the component
+    for (std::size_t i = 0, next = 0; i < c.rows.size(); ++i)
+      if (rows_[c.rows[i]].free.empty()) place[i] = next++;
+    for (std::size_t q = 0; q < c.groups.size(); ++q)
+      for (const link& l : groups_[c.groups[q]].links)
+        if (rows_[l.row].free.empty()) tied[place[rows_[l.row].local]][q] = l.members;
+    count -= rank(std::move(tied));
+  }
+  return count;
 }
 
 }  // namespace tolvenra::estimation

@@ -40,6 +40,9 @@ class row_solver {
   /// Whether values above zero meet all sums at the same time; solves with all counts 1.
   bool consistent(std::span<const double> values) const;
 
+  /// Distinct values that can move, less the rank of the sum constraints on them.
+  [[nodiscard]] int32 free_parameters() const;
+
  private:
   enum class path { apart, pooled, newton };
   struct link {  ///< a row that holds members of a group

@@ -25,7 +25,7 @@ TEST(LcaFit, ReachesThePublishedMaxima) {
                {"cheating.csv", 2, -440.02711241, 9, 7.764242, 6},
                {"gss82.csv", 3, -2754.54540479, 20, 21.892020, 15}};
   for (const auto& t : cases)
-    for (const auto [criterion, tolerance] : {std::pair{1e-6, 1e-3}, std::pair{1e-9, 1e-6}}) {
+    for (const auto& [criterion, tolerance] : {std::pair{1e-6, 1e-3}, std::pair{1e-9, 1e-6}}) {
       SCOPED_TRACE(std::string(t.file) + ", criterion " + std::to_string(criterion));
       lca_problem fit = example(t.file, t.nc);
       fit.nstarts = 20;

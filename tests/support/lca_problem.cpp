@@ -41,6 +41,8 @@ api::lca_call lca_problem::prepare() {
                      static_cast<std::size_t>(nrcmax()) * static_cast<std::size_t>(nstr);
   gamma.resize(static_cast<std::size_t>(nc) * static_cast<std::size_t>(nstr));
   rho.resize(cells);
+  given_gamma = gamma;
+  given_rho = rho;
   post_cls.assign(n * static_cast<std::size_t>(nc), 0.0);
   patterns.assign(n * static_cast<std::size_t>(nci + 1), 0);
   pattern_counts.assign(n * 2, 0.0);

@@ -25,6 +25,7 @@ struct lca_problem {
   std::vector<std::int32_t> gamma_restrictions, rho_restrictions;
   tolvenra_progress* progress = nullptr;
 
+  std::vector<double> given_gamma, given_rho;  ///< what gamma and rho held before the call
   std::vector<double> gamma, rho, post_cls, pattern_counts, llvec, madvec;
   std::vector<std::int32_t> patterns, drawn, start_seeds, start_iter, start_status;
   std::vector<double> start_loglik;

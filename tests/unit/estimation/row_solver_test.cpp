@@ -187,6 +187,25 @@ TEST(RowSolver, TellsImpossiblePatterns) {
   }
 }
 
+TEST(RowSolver, CountsWhatCanMove) {
+  const struct {
+    const char* why;
+    int32 nrows, width;
+    std::vector<int32> codes;  // cells by category, then by row
+    int32 free;
+  } cases[] = {{"two free rows of three", 2, 3, {1, 1, 1, 1, 1, 1}, 4},
+               {"rows equal as a whole", 2, 3, {2, 2, 3, 3, 4, 4}, 2},
+               {"a ring of three binary rows fixes all", 3, 2, {2, 3, 4, 3, 4, 2}, 0},
+               {"one shared value, free rest", 2, 3, {2, 2, 1, 1, 1, 1}, 3},
+               {"a value used twice in a binary row", 1, 2, {2, 2}, 0},
+               {"fixed cells", 2, 2, {0, 1, 1, 1}, 1}};
+  for (const auto& t : cases) {
+    SCOPED_TRACE(t.why);
+    const pattern p = make(t.nrows, t.width);
+    EXPECT_EQ(row_solver(t.codes, p.values, p.rows, t.nrows).free_parameters(), t.free);
+  }
+}
+
 TEST(RowSolver, ReachesTheConstrainedMaximumOnRandomPatterns) {
   std::mt19937 engine(20261121);
   const auto pick = [&](int n) { return static_cast<int32>(engine() % static_cast<unsigned>(n)); };
