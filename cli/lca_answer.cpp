@@ -1,0 +1,111 @@
+#include "lca_answer.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+namespace tolvenra::cli {
+namespace {
+
+std::optional<double> if_finite(double value) {
+  return std::isfinite(value) ? std::optional(value) : std::nullopt;
+}
+
+/// The engine reports its criteria on the scale of G2; here they stand on -2 log-likelihood, which
+/// is what most tables in the literature show, and exists when G2 does not.
+void set_criteria(double n, lca_fit_figures& figures) {
+  const double deviance = -2.0 * figures.loglik;
+  const double p = figures.n_params;
+  figures.aic = deviance + 2.0 * p;
+  figures.bic = deviance + std::log(n) * p;
+  figures.caic = deviance + (std::log(n) + 1.0) * p;
+  figures.abic = deviance + std::log((n + 2.0) / 24.0) * p;
+}
+
+void set_figures(const lca_data& data, const lca_fit& fit, lca_answer& answer) {
+  lca_fit_figures& figures = answer.figures;
+  figures.loglik = fit.loglik;
+  figures.n_params = fit.n_params[0];
+  figures.entropy = fit.fit_extra[3];
+  set_criteria(data.weighted_cases, figures);
+  const bool too_many_cells = fit.apparent_df == std::numeric_limits<std::int32_t>::max();
+  if (!too_many_cells) figures.df = fit.apparent_df;
+  answer.missing_without_G2 = fit.overflow_count > (too_many_cells ? 1 : 0);
+  if (answer.missing_without_G2) return;
+  figures.G2 = if_finite(fit.G2);
+  figures.G2_p = if_finite(fit.fit_extra[1]);
+  figures.X2 = if_finite(fit.fit_extra[0]);
+}
+
+void order_classes(const lca_data& data, std::size_t nc, const lca_fit& fit, lca_answer& answer) {
+  std::vector<double> share(nc, 0.0);
+  for (std::size_t g = 0; g < data.groups(); ++g)
+    for (std::size_t c = 0; c < nc; ++c)
+      share[c] += data.group_weighted_cases[g] / data.weighted_cases * fit.gamma[c + nc * g];
+  answer.order.resize(nc);
+  std::iota(answer.order.begin(), answer.order.end(), std::size_t{0});
+  std::stable_sort(answer.order.begin(), answer.order.end(),
+                   [&](std::size_t a, std::size_t b) { return share[a] > share[b]; });
+  for (const std::size_t c : answer.order) answer.shares.push_back(share[c]);
+}
+
+void set_estimates(const lca_data& data, std::size_t nc, const lca_fit& fit, lca_answer& answer) {
+  const std::size_t nitem = data.items.size();
+  const auto nrcmax = static_cast<std::size_t>(most_categories_of(data));
+  for (std::size_t g = 0; g < data.groups(); ++g) {
+    std::vector<double>& gamma = answer.gamma.emplace_back();
+    for (const std::size_t c : answer.order) gamma.push_back(fit.gamma[c + nc * g]);
+    auto& of_group = answer.rho.emplace_back();
+    for (std::size_t j = 0; j < nitem; ++j) {
+      auto& of_item = of_group.emplace_back();
+      for (const std::size_t c : answer.order) {
+        std::vector<double>& row = of_item.emplace_back();
+        for (std::size_t k = 0; k < data.items[j].labels.size(); ++k)
+          row.push_back(fit.rho[j + nitem * (c + nc * (k + nrcmax * g))]);
+      }
+    }
+  }
+}
+
+void add_warnings(const lca_options& options, const lca_fit& fit, lca_answer& answer) {
+  const auto warn = [&](std::string text) { answer.warnings.push_back(std::move(text)); };
+  if (answer.figures.df.value_or(0) < 0)
+    warn(
+        fmt::format("The degrees of freedom are negative ({}): the model has more parameters than "
+                    "the data have cells, and it is not identified.",
+                    *answer.figures.df));
+  if (!answer.converged)
+    warn(
+        fmt::format("The estimates have not converged: {} iterations did not bring the largest "
+                    "change below {}. Raise --max-iter.",
+                    answer.iterations, options.criterion));
+  if (const auto failed = options.starts - fit.run_info[2]; failed > 0)
+    warn(fmt::format("{} of {} starts failed. The last report:\n{}", failed, options.starts,
+                     fit.message));
+  if (answer.best_start_hits == 1 && options.starts > 1)
+    warn(
+        "Only one start reached the best log-likelihood: it may be a local maximum. Raise "
+        "--starts.");
+}
+
+}  // namespace
+
+lca_answer make_lca_answer(const lca_data& data, const lca_options& options, const lca_fit& fit) {
+  const auto nc = static_cast<std::size_t>(options.classes);
+  lca_answer answer;
+  answer.converged = fit.converged;
+  answer.iterations = fit.iterations;
+  answer.best_start_hits = fit.run_info[3];
+  answer.starts = fit.starts;
+  answer.warnings = data.warnings;
+  set_figures(data, fit, answer);
+  order_classes(data, nc, fit, answer);
+  set_estimates(data, nc, fit, answer);
+  add_warnings(options, fit, answer);
+  return answer;
+}
+
+}  // namespace tolvenra::cli

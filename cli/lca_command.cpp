@@ -1,0 +1,72 @@
+#include "lca_command.hpp"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <optional>
+
+#include "input_error.hpp"
+#include "json_output.hpp"
+#include "output_file.hpp"
+#include "posteriors.hpp"
+#include "progress.hpp"
+#include "report.hpp"
+
+namespace tolvenra::cli {
+namespace {
+
+/// The files to write, known to be writable before the analysis begins.
+struct output_files {
+  std::optional<output_file> json, posteriors;
+
+  explicit output_files(const lca_options& options) {
+    if (!options.json.empty()) json.emplace(options.json, "--json");
+    if (!options.posteriors.empty()) posteriors.emplace(options.posteriors, "--posteriors");
+    if (json && posteriors && json->same_as(options.posteriors))
+      throw input_error::of("--json and --posteriors both name {}; give each a file of its own.",
+                            options.json);
+    for (const auto* file : {&json, &posteriors})
+      if (*file && options.file != "-" && (*file)->same_as(options.file))
+        throw input_error::of("{} would overwrite the data in {}; give another name.",
+                              file == &json ? "--json" : "--posteriors", options.file);
+  }
+};
+
+void print_all(std::FILE* file, const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), file) != text.size() || std::fflush(file) != 0)
+    throw output_error("The results could not be written to standard output.");
+}
+
+}  // namespace
+
+exit_code run_lca_command(const lca_options& options) {
+  const output_files outputs(options);
+  const data_table table = read_table(options.file);
+  const lca_data data = prepare_lca(table, options);
+  if (outputs.posteriors) check_posterior_names(table, options.classes);
+
+  lca_fit fit;
+  {
+    progress_display progress(::isatty(STDERR_FILENO) != 0);
+    fit = run_lca(data, options, progress.record());
+    if (!fit.completed && progress.cancelled()) {
+      fmt::print(stderr, "\ntolvenra: cancelled.\n");
+      return exit_cancelled;
+    }
+  }
+  if (!fit.completed) {
+    fmt::print(stderr, "tolvenra: the analysis failed.\n{}\n", fit.message);
+    return exit_analysis_failed;
+  }
+  const lca_answer answer = make_lca_answer(data, options, fit);
+  print_all(stdout, lca_report(data, options, answer));
+  if (outputs.json)
+    outputs.json->write(
+        [&](std::FILE* file) { fmt::print(file, "{}", lca_json(data, options, answer)); });
+  if (outputs.posteriors)
+    outputs.posteriors->write([&](std::FILE* file) { write_posteriors(table, fit, answer, file); });
+  return answer.converged ? exit_good : exit_not_converged;
+}
+
+}  // namespace tolvenra::cli

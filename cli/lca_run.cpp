@@ -1,0 +1,107 @@
+#include "lca_run.hpp"
+
+#include <algorithm>
+
+namespace tolvenra::cli {
+namespace {
+
+using int32_array = std::vector<std::int32_t>;
+
+int32_array responses(const lca_data& data) {
+  int32_array y;
+  y.reserve(data.rows * data.items.size());
+  for (const categories& item : data.items) y.insert(y.end(), item.code.begin(), item.code.end());
+  return y;
+}
+
+int32_array category_counts(const lca_data& data) {
+  int32_array nrc;
+  for (const categories& item : data.items)
+    nrc.push_back(static_cast<std::int32_t>(item.labels.size()));
+  return nrc;
+}
+
+std::string trimmed(const std::vector<char>& message) {
+  const std::string text(message.begin(), message.end());
+  return text.substr(0, text.find_last_not_of(std::string(" \0\n\r", 4)) + 1);
+}
+
+struct start_arrays {
+  int32_array seed, iterations, status;
+  std::vector<double> loglik;
+  std::vector<std::uint8_t> converged;
+
+  explicit start_arrays(std::size_t n)
+      : seed(n), iterations(n, -1), status(n, 1), loglik(n, TOLVENRA_FAILED_START), converged(n) {}
+
+  [[nodiscard]] std::vector<lca_start> records() const {
+    std::vector<lca_start> result;
+    for (std::size_t i = 0; i < seed.size(); ++i)
+      result.push_back({seed[i], iterations[i], status[i], loglik[i], converged[i] != 0});
+    return result;
+  }
+};
+
+}  // namespace
+
+bool engine_matches() {
+  std::uint8_t mismatch = 0;
+  checkversion(interface_version.data(), &mismatch);
+  return mismatch == 0;
+}
+
+std::int32_t most_categories_of(const lca_data& data) {
+  const int32_array nrc = category_counts(data);
+  return *std::max_element(nrc.begin(), nrc.end());
+}
+
+lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progress* progress) {
+  const auto nc = static_cast<std::size_t>(options.classes);
+  const auto nitem = static_cast<std::int32_t>(data.items.size());
+  const auto nrow = static_cast<std::int32_t>(data.rows);
+  const auto ngroup = static_cast<std::int32_t>(data.groups());
+  const int32_array nrc = category_counts(data);
+  const std::int32_t nrcmax = most_categories_of(data);
+  const int32_array y = responses(data);
+  const bool want_post = !options.posteriors.empty();
+
+  lca_fit fit;
+  fit.gamma.resize(nc * data.groups());
+  fit.rho.resize(fit.gamma.size() * data.items.size() * static_cast<std::size_t>(nrcmax));
+  if (want_post) fit.post_cls.resize(data.rows * nc);
+  start_arrays starts(static_cast<std::size_t>(options.starts));
+  std::vector<char> message(8192, ' ');
+  std::uint8_t converged = 0;
+
+  const std::int32_t status = runlca(
+      progress, nitem, nrc.data(), nrcmax, nrow, /*ncov=*/0, ngroup, y.data(),
+      /*strata_given=*/data.group ? 1 : 0, /*freq_given=*/data.freq.empty() ? 0 : 1,
+      /*weight_given=*/data.weight.empty() ? 0 : 1, data.group ? data.group->code.data() : nullptr,
+      /*clusters=*/nullptr, /*cov=*/nullptr, data.freq.data(), data.weight.data(), options.classes,
+      /*rho_equal_strata=*/0, /*binary_wanted=*/0, /*baseline_gamma=*/nullptr,
+      /*binary_gamma=*/nullptr, fit.gamma.data(), fit.rho.data(), /*beta=*/nullptr,
+      want_post ? fit.post_cls.data() : nullptr, /*response_patterns=*/nullptr,
+      /*pattern_counts=*/nullptr, /*std_gamma=*/nullptr, /*std_gamma_model=*/nullptr,
+      /*std_rho=*/nullptr, /*std_beta=*/nullptr, /*cov_b=*/nullptr, /*se_option=*/0,
+      fit.run_info.data(), /*start_given=*/0, /*gamma_restrictions=*/nullptr,
+      /*rho_restrictions=*/nullptr, options.starts, options.seed, /*seed2=*/0, starts.seed.data(),
+      starts.loglik.data(), starts.converged.data(), starts.iterations.data(),
+      /*beta_prior_strength=*/0.0, /*rho_prior_strength=*/0.0, /*gamma_prior_strength=*/0.0,
+      options.criterion, options.max_iter, options.threads, &converged, &fit.iterations,
+      /*max_abs_diff=*/nullptr, /*mean_abs_diff=*/nullptr, starts.status.data(), /*deff=*/nullptr,
+      &fit.loglik, &fit.overflow_count, &fit.apparent_df, fit.n_params.data(), &fit.G2,
+      /*aic=*/nullptr, /*bic=*/nullptr, /*caic=*/nullptr, /*abic=*/nullptr, /*entropyraw=*/nullptr,
+      /*entropy=*/nullptr, fit.fit_extra.data(), /*cat_loglik=*/nullptr, /*cat_g2=*/nullptr,
+      /*cat_df=*/nullptr, /*llvec=*/nullptr, /*n_clusters=*/nullptr, /*cluster_min=*/nullptr,
+      /*cluster_max=*/nullptr, want_post ? 1 : 0, /*want_tests=*/0, /*want_draws=*/0,
+      /*drawn_class=*/nullptr, /*test_stat=*/nullptr, /*test_p=*/nullptr, /*test_status=*/nullptr,
+      /*madvec=*/nullptr, static_cast<std::int32_t>(message.size()), message.data());
+
+  fit.completed = status == 0;
+  fit.converged = converged != 0;
+  fit.message = trimmed(message);
+  fit.starts = starts.records();
+  return fit;
+}
+
+}  // namespace tolvenra::cli

@@ -1,0 +1,47 @@
+/// \file lca_run.hpp  The call of the engine: marshalling in and out, nothing else.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "lca_data.hpp"
+#include "tolvenra/tolvenra.h"
+
+namespace tolvenra::cli {
+
+struct lca_start {
+  std::int32_t seed = 0, iterations = -1, status = 1;  ///< status 0: fitted
+  double loglik = TOLVENRA_FAILED_START;
+  bool converged = false;
+};
+
+/// The result cells of the call. Arrays are column-major, classes as the engine numbers them.
+struct lca_fit {
+  bool completed = false;  ///< otherwise only message and run_info have a meaning
+  std::string message;     ///< the engine's report, without padding
+  bool converged = false;
+  std::int32_t iterations = -1, overflow_count = 0, apparent_df = 0;
+  double loglik = 0.0, G2 = 0.0;
+  std::array<std::int32_t, TOLVENRA_RUN_INFO_SIZE> run_info{};
+  std::array<std::int32_t, TOLVENRA_N_PARAMS_SIZE> n_params{};
+  std::array<double, TOLVENRA_FIT_EXTRA_SIZE> fit_extra{};
+  std::vector<double> gamma;     ///< (nc, ngroup)
+  std::vector<double> rho;       ///< (nitem, nc, nrcmax, ngroup)
+  std::vector<double> post_cls;  ///< (nrow, nc); empty when not wanted
+  std::vector<lca_start> starts;
+};
+
+/// The version of the interface that the command is written for.
+inline constexpr std::array<std::int32_t, 3> interface_version{4, 3, 2};
+
+/// Does the library that was loaded offer this interface?
+bool engine_matches();
+
+/// The largest number of categories of an item.
+std::int32_t most_categories_of(const lca_data& data);
+
+lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progress* progress);
+
+}  // namespace tolvenra::cli

@@ -1,0 +1,62 @@
+#include <fmt/ranges.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string>
+
+#include "input_error.hpp"
+#include "lca_command.hpp"
+#include "lca_run.hpp"
+#include "output_file.hpp"
+
+namespace tolvenra::cli {
+namespace {
+
+std::string version_text() {
+  return fmt::format("tolvenra {} (interface {})", TOLVENRA_VERSION,
+                     fmt::join(interface_version, "."));
+}
+
+exit_code run(int argc, char** argv) {
+  CLI::App app("Latent class analysis of data files", "tolvenra");
+  lca_options lca;
+  const CLI::App* lca_command = add_lca_command(app, lca);
+  app.set_version_flag("--version", version_text, "Print the version");
+  app.require_subcommand(1);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? exit_good : exit_bad_input;
+  }
+  if (!engine_matches()) {
+    fmt::print(stderr, "tolvenra: the engine library that was found does not offer interface {}.\n",
+               fmt::join(interface_version, "."));
+    return exit_analysis_failed;
+  }
+  return lca_command->parsed() ? run_lca_command(lca) : exit_bad_input;
+}
+
+exit_code complain(const std::string& text, exit_code code) {
+  fmt::print(stderr, "tolvenra: {}\n", text);
+  return code;
+}
+
+}  // namespace
+}  // namespace tolvenra::cli
+
+int main(int argc, char** argv) {
+  using namespace tolvenra::cli;
+  try {
+    return run(argc, argv);
+  } catch (const input_error& error) {
+    return complain(error.what(), exit_bad_input);
+  } catch (const output_error& error) {
+    return complain(error.what(), exit_analysis_failed);
+  } catch (const std::bad_alloc&) {
+    return complain("there is not enough memory for this analysis.", exit_analysis_failed);
+  } catch (const std::exception& error) {
+    return complain(error.what(), exit_analysis_failed);
+  }
+}
