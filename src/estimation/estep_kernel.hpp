@@ -66,6 +66,7 @@ class class_rows {
       add(counts_, pending_);
       std::fill(pending_, pending_ + n_, 0.0);
     }
+    b_.loglik += std::log(chain_);
   }
 
  private:
@@ -81,6 +82,20 @@ class class_rows {
   }
   void multiply(double* f, const double* by) const {
     for (int32 c = 0; c < n_; ++c) f[c] *= by[c];
+  }
+
+  /// Adds weight * log(likelihood). Rows of weight 1 are multiplied first: one logarithm for dozens of
+  /// rows, and less rounding than the sum of their logarithms.
+  void add_log(double weight, double likelihood) {
+    if (weight != 1.0 || likelihood < 1e-100) {
+      b_.loglik += weight * std::log(likelihood);
+      return;
+    }
+    chain_ *= likelihood;
+    if (chain_ < 1e-200) {
+      b_.loglik += std::log(chain_);
+      chain_ = 1.0;
+    }
   }
 
   /// \return false when the row's likelihood is below the smallest normal number
@@ -103,7 +118,7 @@ class class_rows {
       return false;
     }
     const double weight = b_.weight[row];
-    b_.loglik += weight * std::log(likelihood);
+    add_log(weight, likelihood);
     if (b_.posterior) {
       double* posterior = b_.posterior + static_cast<std::ptrdiff_t>(row) * b_.nc;
       for (int32 c = 0; c < b_.nc; ++c) posterior[c] = f[c] / likelihood;
@@ -134,6 +149,7 @@ class class_rows {
   const double* table_ = nullptr;
   double* counts_ = nullptr;
   double* spare_;    ///< room for one vector
+  double chain_ = 1.0;  ///< product of likelihoods whose logarithm is still to be added
 };
 
 /// Runs one block; `codes` are the responses of all rows, row by row.
