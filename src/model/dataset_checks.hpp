@@ -22,10 +22,10 @@ inline int32 require_y(const dataset_type& dataset, const routine& here, error_t
 /// Copies a field out; `here.name` behind "get_" is the name of the array.
 template <class T, std::size_t R>
 int32 get_array(const array<T, R>& field, array<T, R>& to, const routine& here, error_type& err) {
+  const std::string_view name = here.name.substr(4);
   if (!field.allocated)
-    return fail(err, here,
-                {text("The ", here.name.substr(4), " array has not yet been specified.")});
-  return fields::copy_out(field, to, here, err);
+    return fail(err, here, {text("The ", name, " array has not yet been specified.")});
+  return fields::store(field, to, std::string(here.name) + ": " + std::string(name), here, err);
 }
 
 /// Columns of cov.

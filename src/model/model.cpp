@@ -16,8 +16,8 @@ struct latent_kind {
   std::string_view label;
 };
 
-int32 put_count(int32 n, const latent_kind& kind, model_type& model, const routine& here,
-                error_type& err) {
+int32 put_count(int32 n, const latent_kind& kind, model_type& model, error_type& err) {
+  const routine here = fields::routine_of(kind.label, "model");
   if (n < 0 || n > most_latent)
     return fail(err, here,
                 {text(kind.out_of_range, n, " The allowable range is 0 to ", most_latent)});
@@ -36,7 +36,8 @@ int32 put_count(int32 n, const latent_kind& kind, model_type& model, const routi
 
 int32 put_names(const array<name8, 1>& from, std::string_view dimension_of, int32 count,
                 array<name8, 1>& names, std::string_view label, const model_type& model,
-                const routine& here, error_type& err) {
+                error_type& err) {
+  const routine here = fields::routine_of(label, "model");
   if (model.not_ready)
     return fail(err, here,
                 {text("The property could not be set because"),
@@ -44,6 +45,13 @@ int32 put_names(const array<name8, 1>& from, std::string_view dimension_of, int3
   if (from.n[0] != count)
     return fail(err, here, {text(dimension_of), text("does not conform to the current model.")});
   return fields::store(from, names, label, here, err);
+}
+
+int32 get_names(const array<name8, 1>& names, array<name8, 1>& to, std::string_view absent,
+                std::string_view label, error_type& err) {
+  const routine here = fields::routine_of(label, "model");
+  if (!names.allocated) return fail(err, here, {text(absent)});
+  return fields::store(names, to, label, here, err);
 }
 
 }  // namespace
@@ -61,40 +69,35 @@ int32 put_nc(int32 nc, model_type& model, error_type& err) {
   constexpr latent_kind classes{&model_type::nc, &model_type::class_names, "LCLA_",
                                 "The number of latent classes specified was ",
                                 "put_nc: model%class_names"};
-  return put_count(nc, classes, model, {"put_nc", "model"}, err);
+  return put_count(nc, classes, model, err);
 }
 
 int32 put_ns(int32 ns, model_type& model, error_type& err) {
   constexpr latent_kind statuses{&model_type::ns, &model_type::status_names, "LSTA_",
                                  "The number of latent statuses specified was ",
                                  "put_ns: model%status_names"};
-  return put_count(ns, statuses, model, {"put_ns", "model"}, err);
+  return put_count(ns, statuses, model, err);
 }
 
 int32 put_class_names(const array<name8, 1>& class_names, model_type& model, error_type& err) {
   return put_names(class_names, "Dimension of the argument class_names", model.nc,
-                   model.class_names, "put_class_names: model%class_names", model,
-                   {"put_class_names", "model"}, err);
+                   model.class_names, "put_class_names: model%class_names", model, err);
 }
 
 int32 put_status_names(const array<name8, 1>& status_names, model_type& model, error_type& err) {
   return put_names(status_names, "Dimension of the argument status_names", model.ns,
-                   model.status_names, "put_status_names: model%status_names", model,
-                   {"put_status_names", "model"}, err);
+                   model.status_names, "put_status_names: model%status_names", model, err);
 }
 
 int32 get_class_names(const model_type& model, array<name8, 1>& class_names, error_type& err) {
-  constexpr routine here{"get_class_names", "model"};
-  if (!model.class_names.allocated)
-    return fail(err, here, {text("The class_names array has not yet been specified.")});
-  return fields::copy_out(model.class_names, class_names, here, err);
+  return get_names(model.class_names, class_names,
+                   "The class_names array has not yet been specified.",
+                   "get_class_names: class_names", err);
 }
-
 int32 get_status_names(const model_type& model, array<name8, 1>& status_names, error_type& err) {
-  constexpr routine here{"get_status_names", "model"};
-  if (!model.status_names.allocated)
-    return fail(err, here, {text("The status_names array has not yet been specified.")});
-  return fields::copy_out(model.status_names, status_names, here, err);
+  return get_names(model.status_names, status_names,
+                   "The status_names array has not yet been specified.",
+                   "get_status_names: status_names", err);
 }
 
 }  // namespace tolvenra::model

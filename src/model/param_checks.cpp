@@ -68,15 +68,13 @@ int32 require_dims(const param_type& param, const routine& here, error_type& err
                text("the dimensions of the parameter set"), text("have not yet been specified.")});
 }
 
-int32 refuse_absent(std::string_view name, const routine& here, error_type& err) {
-  return fail(err, here,
-              {text("The ", name, " array has not yet been specified"),
-               text("in the parameter set provided.")});
+int32 refuse_absent(std::string_view absent, const routine& here, error_type& err) {
+  return fail(err, here, {text(absent), text("in the parameter set provided.")});
 }
 
 int32 check_gamma(const array<double, 2>& gamma, const param_type& param, row_layout& rows,
                   const routine& here, error_type& err) {
-  if (check_sides(gamma, "gamma", gamma_dims(param), here, err) != 0 ||
+  if (check_sides(gamma, "The gamma array has ", gamma_dims(param), here, err) != 0 ||
       make_rows(
           rows, [&] { return gamma_rows(param); }, here, err) != 0)
     return -1;
@@ -96,7 +94,7 @@ int32 check_gamma(const array<double, 2>& gamma, const param_type& param, row_la
 
 int32 check_rho(const array<double, 4>& rho, const param_type& param, row_layout& rows,
                 const routine& here, error_type& err) {
-  if (check_shape(rho, "rho", rho_dims(param), here, err) != 0 ||
+  if (check_shape(rho, " of the rho array is ", rho_dims(param), here, err) != 0 ||
       make_rows(
           rows, [&] { return rho_rows(param); }, here, err) != 0)
     return -1;
@@ -117,7 +115,7 @@ int32 check_rho(const array<double, 4>& rho, const param_type& param, row_layout
 
 int32 check_delta(const array<double, 3>& delta, const param_type& param, row_layout& rows,
                   const routine& here, error_type& err) {
-  if (check_shape(delta, "delta", delta_dims(param), here, err) != 0 ||
+  if (check_shape(delta, " of the delta array is ", delta_dims(param), here, err) != 0 ||
       make_rows(
           rows, [&] { return delta_rows(param); }, here, err) != 0)
     return -1;
@@ -138,7 +136,7 @@ int32 check_delta(const array<double, 3>& delta, const param_type& param, row_la
 
 int32 check_tau(const array<double, 5>& tau, const param_type& param, row_layout& rows,
                 const routine& here, error_type& err) {
-  if (check_shape(tau, "tau", tau_dims(param), here, err) != 0 ||
+  if (check_shape(tau, " of the tau array is ", tau_dims(param), here, err) != 0 ||
       make_rows(
           rows, [&] { return tau_rows(param); }, here, err) != 0)
     return -1;
@@ -161,7 +159,7 @@ int32 check_tau(const array<double, 5>& tau, const param_type& param, row_layout
 
 int32 check_big_rho(const array<double, 6>& big_rho, const param_type& param, row_layout& rows,
                     const routine& here, error_type& err) {
-  if (check_shape(big_rho, "big_rho", big_rho_dims(param), here, err) != 0 ||
+  if (check_shape(big_rho, " of the big_rho array is ", big_rho_dims(param), here, err) != 0 ||
       make_rows(
           rows, [&] { return big_rho_rows(param); }, here, err) != 0)
     return -1;

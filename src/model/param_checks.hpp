@@ -1,7 +1,7 @@
 /// \file param_checks.hpp  What the files of module `param` share: shapes, checks, storing.
 ///
-/// Lines of a report are kept whole where they are raised; only the name of an array or argument is
-/// put into them.
+/// A report's words and an array's label are kept whole where they are given, names included, so
+/// that a message can be found by searching for it.
 #pragma once
 
 #include <array>
@@ -43,39 +43,36 @@ dims_of<6> tau_beta_dims(const param_type& param);
 dims_of<2> baseline_tau_dims(const param_type& param);
 
 int32 require_dims(const param_type& param, const routine& here, error_type& err);
-int32 refuse_absent(std::string_view name, const routine& here, error_type& err);
+/// "The rho array has not yet been specified" and the rest of the sentence.
+int32 refuse_absent(std::string_view absent, const routine& here, error_type& err);
 
-/// The rows and columns of a matrix, in words of their own.
+/// The rows and columns of a matrix, in words of their own. \param has  "The rho2 array has "
 template <class T>
-int32 check_sides(const array<T, 2>& a, std::string_view name, const dims_of<2>& dims,
+int32 check_sides(const array<T, 2>& a, std::string_view has, const dims_of<2>& dims,
                   const routine& here, error_type& err) {
   if (a.n[0] != dims[0].extent)
-    return fail(err, here,
-                {text("The ", name, " array has ", a.n[0], " rows;"),
-                 text(dims[0].must_equal, dims[0].extent)});
+    return fail(err, here, {text(has, a.n[0], " rows;"), text(dims[0].must_equal, dims[0].extent)});
   if (a.n[1] != dims[1].extent)
     return fail(err, here,
-                {text("The ", name, " array has ", a.n[1], " columns;"),
-                 text(dims[1].must_equal, dims[1].extent)});
+                {text(has, a.n[1], " columns;"), text(dims[1].must_equal, dims[1].extent)});
   return 0;
 }
 
-/// One dimension, k from 0.
-template <class T, std::size_t R>
-int32 check_dimension(const array<T, R>& a, std::size_t k, std::string_view name, const dim& want,
-                      const routine& here, error_type& err) {
-  if (a.n[k] == want.extent) return 0;
-  return fail(err, here,
-              {text("Dimension ", k + 1, " of the ", name, " array is ", a.n[k]),
-               text(want.must_equal, want.extent)});
+/// One extent. \param said  what is said up to its value
+inline int32 check_extent(int32 extent, const text_lines& said, const dim& want,
+                          const routine& here, error_type& err) {
+  if (extent == want.extent) return 0;
+  text_lines first = said;
+  first.back() += to_text(int64{extent});
+  return fail(err, here, {first, text(want.must_equal, want.extent)});
 }
 
-/// All dimensions, the last one first.
+/// All dimensions, the last one first. \param is  " of the rho array is "
 template <class T, std::size_t R>
-int32 check_shape(const array<T, R>& a, std::string_view name, const dims_of<R>& dims,
+int32 check_shape(const array<T, R>& a, std::string_view is, const dims_of<R>& dims,
                   const routine& here, error_type& err) {
   for (std::size_t k = R; k-- > 0;)
-    if (check_dimension(a, k, name, dims[k], here, err) != 0) return -1;
+    if (check_extent(a.n[k], text("Dimension ", k + 1, is), dims[k], here, err) != 0) return -1;
   return 0;
 }
 
@@ -92,33 +89,36 @@ int32 check_tau(const array<double, 5>& tau, const param_type& param, row_layout
 int32 check_big_rho(const array<double, 6>& big_rho, const param_type& param, row_layout& rows,
                     const routine& here, error_type& err);
 
-/// "put_rho: param%rho"
-inline std::string field_label(const routine& here, std::string_view field) {
-  return std::string(here.name) + ": param%" + std::string(field);
-}
+template <std::size_t R>
+using row_check = int32(const array<double, R>&, const param_type&, row_layout&, const routine&,
+                        error_type&);
 
-/// Stores checked values; `here.name` behind "put_" is the name of the field.
+/// The routine of a label: "put_rho" of "put_rho: param%rho".
+constexpr routine routine_of(std::string_view label) { return fields::routine_of(label, "param"); }
+
+/// Stores checked values under a label.
 template <class T, std::size_t R>
-int32 store(const array<T, R>& from, array<T, R>& field, const routine& here, error_type& err) {
-  return fields::store(from, field, field_label(here, here.name.substr(4)), here, err);
+int32 store(const array<T, R>& from, array<T, R>& field, std::string_view label, error_type& err) {
+  return fields::store(from, field, label, routine_of(label), err);
 }
 
 /// The same for probabilities, with 0 in the cells behind each row's own elements.
 template <std::size_t R>
 int32 store_rows(const array<double, R>& from, array<double, R>& field, const row_layout& rows,
-                 const routine& here, error_type& err) {
-  if (store(from, field, here, err) != 0) return -1;
+                 std::string_view label, error_type& err) {
+  if (store(from, field, label, err) != 0) return -1;
   clear_padding(field.flat, rows);
   return 0;
 }
 
-/// Copies a field out; `here.name` behind "get_" is the name of the array.
+/// Copies a field out under a label ("get_rho: rho"). \param absent  as in `refuse_absent`
 template <class T, std::size_t R>
 int32 get_array(const param_type& param, const array<T, R>& field, array<T, R>& to,
-                const routine& here, error_type& err) {
+                std::string_view label, std::string_view absent, error_type& err) {
+  const routine here = routine_of(label);
   if (require_dims(param, here, err) != 0) return -1;
-  if (!field.allocated) return refuse_absent(here.name.substr(4), here, err);
-  return fields::copy_out(field, to, here, err);
+  if (!field.allocated) return refuse_absent(absent, here, err);
+  return store(field, to, label, err);
 }
 
 /// Calls make() and reports lack of memory.

@@ -126,10 +126,10 @@ int32 store_dims(const array<int32, 1>& dims, param_type& param, error_type& err
 }
 
 template <class T, std::size_t R>
-int32 make(array<T, R>& field, std::string_view name, const dims_of<R>& dims, T fill,
+int32 make(array<T, R>& field, std::string_view label, const dims_of<R>& dims, T fill,
            error_type& err) {
   const routine& here = put_dims_routine;
-  if (fields::allocate(field, extents_of(dims), field_label(here, name), here, err) != 0) return -1;
+  if (fields::allocate(field, extents_of(dims), label, here, err) != 0) return -1;
   std::fill(field.flat.begin(), field.flat.end(), fill);
   return 0;
 }
@@ -138,31 +138,34 @@ double uniform(int32 categories) { return categories > 0 ? 1.0 / categories : 0.
 
 int32 make_parameters(param_type& p, error_type& err) {
   const routine& here = put_dims_routine;
-  if (make(p.gamma, "gamma", gamma_dims(p), uniform(p.nc), err) != 0 ||
-      make(p.rho, "rho", rho_dims(p), 0.0, err) != 0)
+  if (make(p.gamma, "put_dims: param%gamma", gamma_dims(p), uniform(p.nc), err) != 0 ||
+      make(p.rho, "put_dims: param%rho", rho_dims(p), 0.0, err) != 0)
     return -1;
   if (run_random_rho_startvals(p, err, -1, -1) != 0)
     return fail(err, here, {text("Unable to generate random rho values.")});
-  if (make(p.beta, "beta", beta_dims(p), 0.0, err) != 0 ||
-      make(p.delta, "delta", delta_dims(p), uniform(p.ns), err) != 0 ||
-      make(p.tau, "tau", tau_dims(p), uniform(p.ns), err) != 0 ||
-      make(p.big_rho, "big_rho", big_rho_dims(p), 0.0, err) != 0)
+  if (make(p.beta, "put_dims: param%beta", beta_dims(p), 0.0, err) != 0 ||
+      make(p.delta, "put_dims: param%delta", delta_dims(p), uniform(p.ns), err) != 0 ||
+      make(p.tau, "put_dims: param%tau", tau_dims(p), uniform(p.ns), err) != 0 ||
+      make(p.big_rho, "put_dims: param%big_rho", big_rho_dims(p), 0.0, err) != 0)
     return -1;
   if (run_random_big_rho_startvals(p, err, -1, -1) != 0)
     return fail(err, here, {text("Unable to generate random big rho values.")});
-  if (make(p.delta_beta, "delta_beta", delta_beta_dims(p), 0.0, err) != 0 ||
-      make(p.tau_beta, "tau_beta", tau_beta_dims(p), 0.0, err) != 0)
+  if (make(p.delta_beta, "put_dims: param%delta_beta", delta_beta_dims(p), 0.0, err) != 0 ||
+      make(p.tau_beta, "put_dims: param%tau_beta", tau_beta_dims(p), 0.0, err) != 0)
     return -1;
   return 0;
 }
 
 int32 make_restrictions(param_type& p, error_type& err) {
-  if (make(p.gamma_restrictions, "gamma_restrictions", gamma_dims(p), 1, err) != 0 ||
-      make(p.rho_restrictions, "rho_restrictions", rho_dims(p), 1, err) != 0 ||
-      make(p.delta_restrictions, "delta_restrictions", delta_dims(p), 1, err) != 0 ||
-      make(p.tau_restrictions, "tau_restrictions", tau_dims(p), 1, err) != 0 ||
-      make(p.big_rho_restrictions, "big_rho_restrictions", big_rho_dims(p), 1, err) != 0 ||
-      make(p.baseline_tau, "baseline_tau", baseline_tau_dims(p), 1, err) != 0)
+  if (make(p.gamma_restrictions, "put_dims: param%gamma_restrictions", gamma_dims(p), 1, err) !=
+          0 ||
+      make(p.rho_restrictions, "put_dims: param%rho_restrictions", rho_dims(p), 1, err) != 0 ||
+      make(p.delta_restrictions, "put_dims: param%delta_restrictions", delta_dims(p), 1, err) !=
+          0 ||
+      make(p.tau_restrictions, "put_dims: param%tau_restrictions", tau_dims(p), 1, err) != 0 ||
+      make(p.big_rho_restrictions, "put_dims: param%big_rho_restrictions", big_rho_dims(p), 1,
+           err) != 0 ||
+      make(p.baseline_tau, "put_dims: param%baseline_tau", baseline_tau_dims(p), 1, err) != 0)
     return -1;
   return 0;
 }

@@ -4,10 +4,10 @@
 namespace tolvenra::param {
 namespace {
 
-int32 put_equal_across(bool equal, bool responses_present, std::string_view responses, bool& field,
+int32 put_equal_across(bool equal, bool responses_present, std::string_view absent, bool& field,
                        const param_type& param, const routine& here, error_type& err) {
   if (require_dims(param, here, err) != 0) return -1;
-  if (!responses_present) return refuse_absent(responses, here, err);
+  if (!responses_present) return refuse_absent(absent, here, err);
   field = equal;
   return 0;
 }
@@ -27,12 +27,15 @@ void keep_baseline(int32 choice, int32& baseline, bool& binary_regression) {
 }
 
 /// One status per origin and transition.
-int32 put_statuses(const array<int32, 2>& from, array<int32, 2>& field, const param_type& param,
-                   const routine& here, error_type& err) {
-  if (require_dims(param, here, err) != 0) return -1;
+int32 put_statuses(const array<int32, 2>& from, std::string_view dimension1,
+                   std::string_view dimension2, array<int32, 2>& field, const param_type& param,
+                   std::string_view label, error_type& err) {
+  const routine here = routine_of(label);
   const auto dims = baseline_tau_dims(param);
-  for (std::size_t k = 0; k < 2; ++k)
-    if (check_dimension(from, k, here.name.substr(4), dims[k], here, err) != 0) return -1;
+  if (require_dims(param, here, err) != 0 ||
+      check_extent(from.n[0], text(dimension1), dims[0], here, err) != 0 ||
+      check_extent(from.n[1], text(dimension2), dims[1], here, err) != 0)
+    return -1;
   const auto range = fields::range_of(from.flat);
   if (from.size() > 0 && range.smallest < 1)
     return fail(err, here,
@@ -42,36 +45,38 @@ int32 put_statuses(const array<int32, 2>& from, array<int32, 2>& field, const pa
     return fail(err, here,
                 {text("The maximum value in the array specified was ", range.largest),
                  text("The allowable maximum is ", param.ns)});
-  return store(from, field, here, err);
+  return store(from, field, label, err);
 }
 
 int32 get_statuses(const param_type& param, const array<int32, 2>& field, array<int32, 2>& to,
-                   std::string_view absent, const routine& here, error_type& err) {
+                   std::string_view absent, std::string_view label, error_type& err) {
+  const routine here = routine_of(label);
   if (require_dims(param, here, err) != 0) return -1;
   if (!field.allocated) return fail(err, here, {text(absent), text("in the model provided.")});
-  return fields::copy_out(field, to, here, err);
+  return store(field, to, label, err);
 }
 
 }  // namespace
 
 int32 put_rho_equal_across_strata(bool equal, param_type& param, error_type& err) {
-  return put_equal_across(equal, param.rho.allocated, "rho", param.rho_equal_across_strata, param,
+  return put_equal_across(equal, param.rho.allocated, "The rho array has not yet been specified",
+                          param.rho_equal_across_strata, param,
                           {"put_rho_equal_across_strata", "param"}, err);
 }
 int32 put_big_rho_equal_across_strata(bool equal, param_type& param, error_type& err) {
-  return put_equal_across(equal, param.big_rho.allocated, "big_rho",
-                          param.big_rho_equal_across_strata, param,
-                          {"put_big_rho_equal_across_strata", "param"}, err);
+  return put_equal_across(
+      equal, param.big_rho.allocated, "The big_rho array has not yet been specified",
+      param.big_rho_equal_across_strata, param, {"put_big_rho_equal_across_strata", "param"}, err);
 }
 int32 put_big_rho_equal_across_time(bool equal, param_type& param, error_type& err) {
-  return put_equal_across(equal, param.big_rho.allocated, "big_rho",
-                          param.big_rho_equal_across_time, param,
-                          {"put_big_rho_equal_across_time", "param"}, err);
+  return put_equal_across(
+      equal, param.big_rho.allocated, "The big_rho array has not yet been specified",
+      param.big_rho_equal_across_time, param, {"put_big_rho_equal_across_time", "param"}, err);
 }
 int32 put_big_rho_equal_across_class(bool equal, param_type& param, error_type& err) {
-  return put_equal_across(equal, param.big_rho.allocated, "big_rho",
-                          param.big_rho_equal_across_class, param,
-                          {"put_big_rho_equal_across_class", "param"}, err);
+  return put_equal_across(
+      equal, param.big_rho.allocated, "The big_rho array has not yet been specified",
+      param.big_rho_equal_across_class, param, {"put_big_rho_equal_across_class", "param"}, err);
 }
 
 int32 put_baseline_gamma(int32 baseline_gamma, param_type& param, error_type& err) {
@@ -107,14 +112,17 @@ int32 put_binary_delta(int32 binary_delta, param_type& param, error_type& err) {
 }
 
 int32 put_baseline_tau(const array<int32, 2>& baseline_tau, param_type& param, error_type& err) {
-  if (put_statuses(baseline_tau, param.baseline_tau, param, {"put_baseline_tau", "param"}, err) !=
-      0)
+  if (put_statuses(baseline_tau, "Dimension 1 of the baseline_tau array is ",
+                   "Dimension 2 of the baseline_tau array is ", param.baseline_tau, param,
+                   "put_baseline_tau: param%baseline_tau", err) != 0)
     return -1;
   param.tau_binary_regression = false;
   return 0;
 }
 int32 put_binary_tau(const array<int32, 2>& binary_tau, param_type& param, error_type& err) {
-  if (put_statuses(binary_tau, param.binary_tau, param, {"put_binary_tau", "param"}, err) != 0)
+  if (put_statuses(binary_tau, "Dimension 1 of the binary_tau array is ",
+                   "Dimension 2 of the binary_tau array is ", param.binary_tau, param,
+                   "put_binary_tau: param%binary_tau", err) != 0)
     return -1;
   param.tau_binary_regression = true;
   return 0;
@@ -123,12 +131,12 @@ int32 put_binary_tau(const array<int32, 2>& binary_tau, param_type& param, error
 int32 get_baseline_tau(const param_type& param, array<int32, 2>& baseline_tau, error_type& err) {
   return get_statuses(param, param.baseline_tau, baseline_tau,
                       "The baseline_tau array has not yet been specified",
-                      {"get_baseline_tau", "param"}, err);
+                      "get_baseline_tau: baseline_tau", err);
 }
 int32 get_binary_tau(const param_type& param, array<int32, 2>& binary_tau, error_type& err) {
   return get_statuses(param, param.binary_tau, binary_tau,
                       "The binary_tau array has not yet been specified",
-                      {"get_binary_tau", "param"}, err);
+                      "get_binary_tau: binary_tau", err);
 }
 
 }  // namespace tolvenra::param

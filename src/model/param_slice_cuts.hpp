@@ -77,22 +77,20 @@ void for_each_in_slice(Array& full, const slice_cut<N>& cut, int32 columns, Visi
 /// was released is made first, all 0.
 template <class T, std::size_t R, std::size_t N>
 int32 store_slice(const array<T, 2>& slice, const slice_cut<N>& cut, int32 kept, array<T, R>& full,
-                  const dims_of<R>& dims, std::string_view field, const routine& here,
-                  error_type& err) {
+                  const dims_of<R>& dims, std::string_view label, error_type& err) {
   if (!full.allocated &&
-      fields::allocate(full, extents_of(dims), field_label(here, field), here, err) != 0)
+      fields::allocate(full, extents_of(dims), label, routine_of(label), err) != 0)
     return -1;
   for_each_in_slice(full, cut, cut.sides[1].extent,
                     [&](T& to, int32 i, int32 j) { to = j <= kept ? slice(i, j) : T{}; });
   return 0;
 }
 
-/// Copies a slice out of an array that is there; `here.name` behind "get_" is its name.
+/// Copies a slice out of an array that is there.
 template <class T, std::size_t R, std::size_t N>
 int32 copy_slice(const array<T, R>& full, const slice_cut<N>& cut, array<T, 2>& slice,
-                 const routine& here, error_type& err) {
-  const std::string label = std::string(here.name) + ": " + std::string(here.name.substr(4));
-  if (fields::allocate(slice, extents_of(cut.sides), label, here, err) != 0) return -1;
+                 std::string_view label, error_type& err) {
+  if (fields::allocate(slice, extents_of(cut.sides), label, routine_of(label), err) != 0) return -1;
   for_each_in_slice(full, cut, cut.sides[1].extent,
                     [&](const T& from, int32 i, int32 j) { slice(i, j) = from; });
   return 0;

@@ -75,13 +75,9 @@ int32 store(const array<T, R>& from, array<T, R>& field, std::string_view label,
   return 0;
 }
 
-/// Copies a field out into a new array, labelled "get_x: x".
-template <class T, std::size_t R>
-int32 copy_out(const array<T, R>& field, array<T, R>& to, const routine& here, error_type& err) {
-  const std::string label = std::string(here.name) + ": " + std::string(here.name.substr(4));
-  if (allocate(to, field.n, label, here, err) != 0) return -1;
-  std::copy(field.flat.begin(), field.flat.end(), to.flat.begin());
-  return 0;
+/// The routine of a label: "put_y" of "put_y: dataset%y".
+constexpr routine routine_of(std::string_view label, std::string_view module) {
+  return {label.substr(0, label.find(':')), module};
 }
 
 /// Smallest and largest element; 0 and 0 of none.
