@@ -15,7 +15,7 @@ double log_of(double v, double complement) {
 }
 
 /// u - ln(1 + u) where 1 + u is known as `ratio` too.
-double deviance(double u, double ratio) { return u < -0.5 ? u - std::log(ratio) : rlog1(u); }
+double deviance(double u, double ratio) { return u < -0.7 ? u - std::log(ratio) : rlog1(u); }
 
 /// a deviance(x/x0) + b deviance(y/y0) about the mean x0 = a/(a+b): minus the logarithm of
 /// x^a y^b relative to its greatest value.

@@ -7,10 +7,14 @@
 
 namespace tolvenra::cdf::detail {
 
-/// m exp(e), kept apart so that e may lie beyond the range of exp.
+/// m exp(e), kept apart so that a large factor may come in before exp(e) underflows.
 struct scaled {
   double m, e;
-  [[nodiscard]] double times_exp(double more) const { return m * std::exp(e + more); }
+  /// m exp(e + more) factor
+  [[nodiscard]] double times(double factor, double more = 0.0) const {
+    const double half = std::exp(0.5 * (e + more));
+    return half * (m * factor) * half;
+  }
 };
 
 /// x^a y^b / B(a, b); lambda is read where both parameters are 10 or more.

@@ -27,7 +27,7 @@ double power_series(const beta_point& at) {
       break;
   }
   const scaled front = beta_front(at);
-  return front.times_exp(-at.b * std::log1p(-at.x)) / at.a * (1.0 + at.a * sum);
+  return front.times((1.0 + at.a * sum) / at.a, -at.b * std::log1p(-at.x));
 }
 
 /// I_x(a, b) - I_x(a + n, b), a sum of n positive terms.
@@ -43,13 +43,13 @@ double recurrence(const beta_point& at, int n) {
       shift += 332.0 * std::numbers::ln2;
     }
   }
-  return beta_front(at).times_exp(shift) / at.a * sum;
+  return beta_front(at).times(sum / at.a, shift);
 }
 
 /// Continued fraction for x below the mean and a, b > 1, evaluated forward (Lentz).
 double fraction(const beta_point& at) {
   const double a = at.a, b = at.b, x = at.x;
-  const double front = beta_front(at).times_exp(0.0);
+  const double front = beta_front(at).times(1.0);
   if (front == 0.0) return 0.0;
   const auto beta = [&](double n) {
     return n + n * (b - n) * x / (a + 2.0 * n - 1.0) +

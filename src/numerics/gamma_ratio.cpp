@@ -72,11 +72,21 @@ tails small_tails(double a, double x) {
   return {1.0 - q, q};
 }
 
+/// x - a - a ln(x/a), the exponent of the density below its greatest value. The rounding errors of
+/// mu = (x - a)/a are carried along: in far tails they would be magnified.
+double exponent_about_mean(double a, double x) {
+  const double d = x - a, mu = d / a, ratio = x / a;
+  if (ratio < 0.3) return a * (mu - std::log(ratio));
+  const double x_part = d + a, a_part = x_part - d;  // Knuth's exact error of a difference
+  const double d_error = (x - x_part) + (a_part - a);
+  return a * detail::rlog1(mu) + (std::fma(-mu, a, d) + d_error) * (d / x);
+}
+
 /// Temme's uniform expansion, a >= 20 and x within 40 % of a.
-tails temme_tails(double a, double mu) {
-  const double half_square = detail::rlog1(mu);
-  const double eta = std::copysign(std::sqrt(2.0 * half_square), mu);
-  const double exponent = a * half_square;
+tails temme_tails(double a, double x) {
+  const double mu = (x - a) / a;
+  const double exponent = exponent_about_mean(a, x);
+  const double eta = std::copysign(std::sqrt(2.0 * detail::rlog1(mu)), mu);
   double sum = 0.0, power = 1.0;
   for (const auto& row : detail::temme_rows) {
     const double term = polynomial(row.c, row.terms, eta) * power;
@@ -84,8 +94,12 @@ tails temme_tails(double a, double mu) {
     power /= a;
     if (power <= 1e-17) break;
   }
-  const double rest = std::exp(-exponent) * sum / std::sqrt(2.0 * std::numbers::pi * a);
-  const double half_erfc = 0.5 * std::erfc(std::sqrt(exponent));
+  const double fall = std::exp(-exponent);
+  const double rest = fall * sum / std::sqrt(2.0 * std::numbers::pi * a);
+  const double y = std::sqrt(exponent);
+  double half_erfc = 0.5 * std::erfc(y);
+  if (y > 1.0)  // the rounding error of y
+    half_erfc += 0.5 * std::numbers::inv_sqrtpi * fall * std::fma(y, y, -exponent) / y;
   if (mu >= 0.0) {
     const double q = half_erfc + rest;
     return {1.0 - q, q};
@@ -127,7 +141,7 @@ double detail::stirling_correction(double a) {
 }
 
 double detail::rlog1(double u) {
-  if (u <= -0.5 || u >= 1.0) return u - std::log1p(u);
+  if (u <= -0.7 || u >= 1.0) return u - std::log1p(u);
   const double r = u / (2.0 + u);  // ln(1 + u) = 2 artanh(r)
   const double square = r * r;
   double sum = 0.0, power = 1.0;
@@ -141,12 +155,10 @@ double detail::rlog1(double u) {
 double detail::gamma_density(double a, double x) {
   if (a < 10.0) {
     const double half = std::exp(-0.5 * x);  // in two steps: exp(-x) alone may underflow early
+    if (half == 0.0) return 0.0;             // where the power may overflow
     return half * (std::pow(x, a) * reciprocal_gamma(a)) * half;
   }
-  const double ratio = x / a;
-  const double mu = (x - a) / a;
-  const double exponent = a * (ratio < 0.5 ? mu - std::log(ratio) : rlog1(mu));
-  return std::sqrt(a / (2.0 * std::numbers::pi)) * std::exp(-exponent) *
+  return std::sqrt(a / (2.0 * std::numbers::pi)) * std::exp(-exponent_about_mean(a, x)) *
          std::exp(-stirling_correction(a));
 }
 
@@ -160,7 +172,7 @@ tails detail::gamma_tails(double a, double x) {
   if (x == 0.0) return {0.0, 1.0};
   if (std::isinf(x)) return {1.0, 0.0};
   const double mu = (x - a) / a;
-  if (a >= 20.0 && std::abs(mu) <= 0.4) return temme_tails(a, mu);
+  if (a >= 20.0 && std::abs(mu) <= 0.4) return temme_tails(a, x);
   if (a < 1.0 && x < 1.5) return small_tails(a, x);
   const double density = gamma_density(a, x);
   if (density == 0.0) return x < a ? tails{0.0, 1.0} : tails{1.0, 0.0};

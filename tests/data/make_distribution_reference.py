@@ -132,6 +132,10 @@ def points_f():
         dfn, dfd = 10 ** random.uniform(-3, 6), 10 ** random.uniform(-3, 6)
         s = (2 / dfn + 2 / dfd) ** 0.5
         yield mp.mp.e ** min(max(random.uniform(-36, 36) * s, -300), 300), dfn, dfd
+    for _ in range(600):  # far tails with one moderate number of degrees of freedom
+        few, many = random.uniform(2, 80), 10 ** random.uniform(3, 6)
+        f = random.uniform(900, 2500) / few
+        yield (f, few, many) if random.random() < 0.5 else (1 / f, many, few)
     for _ in range(300):
         dfn, dfd = 10 ** random.uniform(1.5, 6), 10 ** random.uniform(1.5, 6)
         s = (2 / dfn + 2 / dfd) ** 0.5

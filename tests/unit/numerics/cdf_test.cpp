@@ -7,7 +7,7 @@
 #include <fstream>
 #include <functional>
 #include <limits>
-#include <map>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -247,6 +247,27 @@ TEST(Cdf, SolutionsBeyondTheSearchBoundsAreReported) {
                                  std::string("OCCURRED IN: cdf_") + d.name + " in MOD cdf"}));
     EXPECT_TRUE(std::isnan(v[t.which - 2]));
   }
+}
+
+TEST(Cdf, TailsStayTailsFarOutsideTheUsualRange) {
+  std::mt19937 draw(7);
+  const auto power_of_ten = [&](double lowest, double highest) {
+    return std::pow(10.0, std::uniform_real_distribution<>(lowest, highest)(draw));
+  };
+  for (const auto& d : distributions())
+    for (int k = 0; k < 20000; ++k) {
+      double p = nan, q = nan, v[3] = {power_of_ten(-100, 100), power_of_ten(-30, 30), 0};
+      v[2] = power_of_ten(-30, 30);
+      if (k % 2 == 0 && d.arguments.size() == 2) v[0] = v[1] * power_of_ten(-1e-3, 1e-3);
+      if (k % 2 == 0 && d.arguments.size() == 3) v[0] = power_of_ten(-0.1, 0.1);
+      error_type err;
+      if (d.call(1, p, q, v, err) != 0) {
+        EXPECT_GT(v[1], 1e28);  // only a chi-square beyond the digits of a double
+        continue;
+      }
+      EXPECT_TRUE(p >= 0.0 && p <= 1.0 && q >= 0.0 && q <= 1.0 && std::abs(p + q - 1.0) < 1e-15)
+          << d.name << " " << v[0] << " " << v[1] << " " << v[2] << ": " << p << ", " << q;
+    }
 }
 
 TEST(GammaRatio, ReportsWhatItCannotCompute) {
