@@ -42,9 +42,9 @@ run_preset() {
   fi
   ctest --preset "$preset" -j "$jobs" --no-tests=error --output-junit "$PWD/$report" >"$log.tests" 2>&1
   local status=$? tests failures idle
-  # Every failing test with its output, and the totals.
-  awk '/\*\*\*/ {show = 1} /^ *Start +[0-9]+:/ {show = 0} /% tests passed/ {show = 1} show' \
-    "$log.tests" | head -n 200
+  # The first lines of every failing test, and the totals.
+  awk '/\*\*\*/ {left = 30} /^ *Start +[0-9]+:/ {left = 0} /% tests passed/ {left = 1e9}
+       left > 0 {print; --left}' "$log.tests"
   if [ ! -s "$report" ]; then
     count_failure "tests of $preset ($log.tests)"
     return

@@ -9,6 +9,10 @@ if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   # What GCC means by -Wconversion in C++.
   target_compile_options(tolvenra_flags INTERFACE -Wno-sign-conversion)
 endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # GCC 12 warns of its own std::string at -O2 (its bug 105651).
+  target_compile_options(tolvenra_flags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
+endif()
 if(TOLVENRA_WERROR)
   target_compile_options(tolvenra_flags INTERFACE -Werror)
 endif()
