@@ -10,10 +10,10 @@ namespace tolvenra::cdf::detail {
 /// m exp(e), kept apart so that a large factor may come in before exp(e) underflows.
 struct scaled {
   double m, e;
-  /// m exp(e + more) factor
+  /// m exp(e + more) factor; 0 where exp is far below that, whatever the factor
   [[nodiscard]] double times(double factor, double more = 0.0) const {
     const double half = std::exp(0.5 * (e + more));
-    return half * (m * factor) * half;
+    return half == 0.0 ? 0.0 : half * (m * factor) * half;
   }
 };
 

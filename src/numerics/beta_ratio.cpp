@@ -1,10 +1,8 @@
 #include "numerics/beta_ratio.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <limits>
-#include <numbers>
 #include <utility>
 
 #include "numerics/beta_expansions.hpp"
@@ -32,18 +30,12 @@ double power_series(const beta_point& at) {
 
 /// I_x(a, b) - I_x(a + n, b), a sum of n positive terms.
 double recurrence(const beta_point& at, int n) {
-  constexpr double large = 0x1p332;
-  double term = 1.0, sum = 1.0, shift = 0.0;
+  double term = 1.0, sum = 1.0;
   for (int i = 0; i < n - 1; ++i) {
     term *= (at.a + at.b + i) / (at.a + 1.0 + i) * at.x;
     sum += term;
-    if (sum > large) {
-      term /= large;
-      sum /= large;
-      shift += 332.0 * std::numbers::ln2;
-    }
   }
-  return beta_front(at).times(sum / at.a, shift);
+  return beta_front(at).times(sum / at.a);
 }
 
 /// Continued fraction for x below the mean and a, b > 1, evaluated forward (Lentz).

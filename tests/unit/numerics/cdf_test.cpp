@@ -51,7 +51,10 @@ const std::vector<distribution>& distributions() {
        [](int32 w, double& p, double& q, double* v, error_type& e) {
          return cdf_f(w, p, q, v[0], v[1], v[2], e);
        }},
-      {"nor", 1, {"x", "mean", "sd"}, [](int32 w, double& p, double& q, double* v, error_type& e) {
+      {"nor",
+       0.1,
+       {"x", "mean", "sd"},
+       [](int32 w, double& p, double& q, double* v, error_type& e) {
          return cdf_nor(w, p, q, v[0], v[1], v[2], e);
        }}};
   return all;
