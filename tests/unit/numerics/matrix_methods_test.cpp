@@ -4,89 +4,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <fstream>
-#include <limits>
-#include <random>
-#include <sstream>
 #include <string>
 #include <vector>
+
+#include "matrix_fixture.hpp"
 
 namespace tolvenra::matrix_methods {
 namespace {
 
-using strings = std::vector<std::string>;
-using matrix = array<double, 2>;
-using column = array<double, 1>;
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-constexpr double inf = std::numeric_limits<double>::infinity();
-constexpr double eps = std::numeric_limits<double>::epsilon();
-
-matrix zeros(int32 m, int32 n) {
-  matrix a;
-  a.allocate({m, n});
-  return a;
-}
-
-matrix identity(int32 n) {
-  matrix a = zeros(n, n);
-  for (int32 i = 1; i <= n; ++i) a(i, i) = 1.0;
-  return a;
-}
-
-column zeros(int32 n) {
-  column a;
-  a.allocate({n});
-  return a;
-}
-
-matrix random_matrix(int32 m, int32 n, unsigned seed) {
-  std::mt19937_64 draw(seed);
-  std::uniform_real_distribution<double> u(-1.0, 1.0);
-  matrix a = zeros(m, n);
-  for (double& v : a.flat) v = u(draw);
-  return a;
-}
-
-matrix transpose(const matrix& a) {
-  matrix t = zeros(a.n[1], a.n[0]);
-  for (int32 i = 1; i <= a.n[0]; ++i)
-    for (int32 j = 1; j <= a.n[1]; ++j) t(j, i) = a(i, j);
-  return t;
-}
-
-/// By the definition, in extended precision.
-matrix product(const matrix& a, const matrix& b) {
-  const auto m = static_cast<std::size_t>(a.n[0]);
-  matrix c = zeros(a.n[0], b.n[1]);
-  std::vector<long double> sums(m);
-  for (int32 j = 1; j <= b.n[1]; ++j) {
-    std::fill(sums.begin(), sums.end(), 0.0L);
-    for (int32 k = 1; k <= a.n[1]; ++k) {
-      const double* const from = a.column(k);
-      const long double factor = b(k, j);
-      for (std::size_t i = 0; i < m; ++i) sums[i] += factor * from[i];
-    }
-    std::copy(sums.begin(), sums.end(), c.column(j));
-  }
-  return c;
-}
-
-double largest(const matrix& a) {
-  double most = 0.0;
-  for (const double v : a.flat) most = std::max(most, std::abs(v));
-  return most;
-}
-
-double difference(const matrix& a, const matrix& b) {
-  EXPECT_EQ(a.n, b.n);
-  double most = 0.0;
-  for (std::size_t q = 0; q < a.size(); ++q) {
-    const double d = std::abs(a.flat[q] - b.flat[q]);
-    most = d <= most ? most : d;  // NaN stays
-  }
-  return most;
-}
+using namespace tests;
 
 matrix lower_of(matrix a) {
   for (int32 i = 1; i <= a.n[0]; ++i)
@@ -101,13 +27,6 @@ matrix definite_matrix(int32 n, double condition, unsigned seed) {
     for (int32 i = 1; i <= 2 * n; ++i)
       x(i, j) *= std::pow(condition, -0.5 * (j - 1) / std::max(n - 1, 1));
   return product(transpose(x), x);
-}
-
-matrix hilbert(int32 m, int32 n) {
-  matrix a = zeros(m, n);
-  for (int32 i = 1; i <= m; ++i)
-    for (int32 j = 1; j <= n; ++j) a(i, j) = 1.0 / (i + j - 1);
-  return a;
 }
 
 TEST(MatrixProducts, FollowTheirDefinitions) {
@@ -401,179 +320,6 @@ TEST(MatrixMethods, NothingThatIsNotFiniteIsASuccess) {
     EXPECT_EQ(quadratic_form_trace_real_matrix(b, identity(3), trace, e), -1);
     EXPECT_EQ(lines_of(e)[2][16], 'A');
   }
-}
-
-void expect_decomposition(const matrix& a) {
-  const int32 m = a.n[0], n = a.n[1];
-  matrix u = random_matrix(m, n, 1), v = random_matrix(n, n, 2);
-  column w = zeros(n);
-  error_type err;
-  ASSERT_EQ(sv_decomp(a, u, w, v, err), 0);
-  matrix scaled = u;
-  for (int32 j = 1; j <= n; ++j) {
-    EXPECT_GE(w(j), 0.0);
-    EXPECT_LE(w(j), w(std::max(j - 1, 1)));
-    for (int32 i = 1; i <= m; ++i) scaled(i, j) *= w(j);
-  }
-  EXPECT_LE(difference(product(scaled, transpose(v)), a), 1e-12 * w(1));
-  EXPECT_LE(difference(product(transpose(u), u), identity(n)), 1e-12);
-  EXPECT_LE(difference(product(transpose(v), v), identity(n)), 1e-12);
-}
-
-TEST(SingularValues, DecomposeOrdinaryAndAwkwardMatrices) {
-  std::vector<std::pair<std::string, matrix>> cases{
-      {"one", random_matrix(1, 1, 1)},
-      {"column", random_matrix(7, 1, 2)},
-      {"square", random_matrix(40, 40, 3)},
-      {"tall", random_matrix(150, 37, 4)},
-      {"zero", zeros(5, 3)},
-      {"identity", identity(6)},
-      {"Hilbert 12", hilbert(12, 12)},
-      {"Hilbert 60 x 30", hilbert(60, 30)},
-      {"huge", random_matrix(8, 4, 5)},
-      {"tiny", random_matrix(8, 4, 6)},
-      {"rank 3 of 20", product(random_matrix(30, 3, 7), random_matrix(3, 20, 8))},
-      {"equal columns", zeros(9, 4)},
-      {"graded", random_matrix(20, 10, 9)},
-      {"a column of zeros", random_matrix(9, 4, 10)}};
-  for (double& x : cases[8].second.flat) x *= 1e300;
-  for (double& x : cases[9].second.flat) x *= 1e-290;
-  for (double& x : cases[11].second.flat) x = 0.3;
-  for (int32 j = 1; j <= 10; ++j)
-    for (int32 i = 1; i <= 20; ++i) cases[12].second(i, j) *= std::pow(10.0, -3 * j);
-  for (int32 i = 1; i <= 9; ++i) cases[13].second(i, 2) = 0.0;
-  for (const auto& [name, a] : cases) {
-    SCOPED_TRACE(name);
-    expect_decomposition(a);
-  }
-}
-
-TEST(SingularValues, MatchKnownValues) {
-  error_type err;
-  matrix a = zeros(4, 2), u = zeros(4, 2), v = zeros(2, 2);
-  column w = zeros(2);
-  a(1, 1) = a(2, 2) = 3.0;
-  a(1, 2) = a(2, 1) = 2.0;  // a' a has the eigenvalues 25 and 1
-  ASSERT_EQ(sv_decomp(a, u, w, v, err), 0);
-  EXPECT_NEAR(w(1), 5.0, 1e-14);
-  EXPECT_NEAR(w(2), 1.0, 1e-14);
-  // The 2-norm condition number of the Hilbert matrix of order 5.
-  matrix h = hilbert(5, 5), hu = h, hv = h;
-  column hw = zeros(5);
-  ASSERT_EQ(sv_decomp(h, hu, hw, hv, err), 0);
-  EXPECT_NEAR(hw(1) / hw(5), 476607.25024172, 1e-3);
-}
-
-TEST(SingularValues, PseudoInverseMeetsThePenroseConditions) {
-  for (const auto& [name, a] :
-       {std::pair{"full rank", random_matrix(12, 5, 1)},
-        {"rank 2", product(random_matrix(12, 2, 2), random_matrix(2, 5, 3))},
-        {"zero", zeros(4, 3)},
-        {"square", random_matrix(6, 6, 4)}}) {
-    SCOPED_TRACE(name);
-    matrix x = random_matrix(a.n[1], a.n[0], 5);
-    error_type err;
-    ASSERT_EQ(pseudo_inv(a, x, err), 0);
-    const matrix ax = product(a, x), xa = product(x, a);
-    EXPECT_LE(difference(product(ax, a), a), 1e-12);
-    EXPECT_LE(difference(product(xa, x), x), 1e-12 * (1.0 + largest(x)));
-    EXPECT_LE(difference(ax, transpose(ax)), 1e-12);
-    EXPECT_LE(difference(xa, transpose(xa)), 1e-12);
-  }
-}
-
-TEST(MatrixData, StandardizedColumnsHaveMeanZeroAndUnitDeviation) {
-  matrix x = random_matrix(50, 3, 6);
-  for (int32 i = 1; i <= 50; ++i) x(i, 2) = 1e6 + 1e-3 * x(i, 2);
-  error_type err;
-  ASSERT_EQ(standardize_real_matrix(x, err), 0);
-  for (int32 j = 1; j <= 3; ++j) {
-    double sum = 0.0, squares = 0.0;
-    for (int32 i = 1; i <= 50; ++i) sum += x(i, j);
-    for (int32 i = 1; i <= 50; ++i) squares += x(i, j) * x(i, j);
-    EXPECT_NEAR(sum / 50.0, 0.0, 1e-7);
-    EXPECT_NEAR(squares / 49.0, 1.0, 1e-12);
-  }
-  column v = vector_of({1.0, 3.0});
-  ASSERT_EQ(standardize_real_vector(v, err), 0);
-  EXPECT_NEAR(v(2), std::sqrt(0.5), 1e-15);
-
-  const std::string small = "The dataset was too small",
-                    flat = "One of the columns in the dataset had zero variance";
-  const struct {
-    std::vector<double> values;
-    std::string line;
-  } cases[] = {
-      {{}, small}, {{1.0}, small}, {{2.0, 2.0, 2.0}, flat}, {{0.1, 0.1, 0.1, 0.1, 0.1, 0.1}, flat}};
-  for (const auto& t : cases) {
-    error_type e;
-    column c = zeros(static_cast<int32>(t.values.size()));
-    c.flat = t.values;
-    EXPECT_EQ(standardize_real_vector(c, e), -1);
-    EXPECT_EQ(lines_of(e)[0], t.line);
-    EXPECT_EQ(c.flat, t.values);
-  }
-  matrix second = random_matrix(4, 2, 1);
-  second(1, 2) = second(2, 2) = second(3, 2) = second(4, 2) = -3.0;
-  const matrix kept = second;
-  EXPECT_EQ(standardize_real_matrix(second, err), -1);
-  EXPECT_EQ(second, kept);
-  second(1, 2) = nan;
-  EXPECT_EQ(standardize_real_matrix(second, err), -1);
-}
-
-TEST(MatrixData, RecodedIntegersAscendWithTheirCodes) {
-  error_type err;
-  array<int32, 1> recoded, unique;
-  ASSERT_EQ(recode_integers(vector_of({7, 2147483647, 7, 1, 30}), recoded, unique, err), 0);
-  EXPECT_EQ(recoded, vector_of({2, 4, 2, 1, 3}));
-  EXPECT_EQ(unique, vector_of({1, 7, 30, 2147483647}));
-  for (const int32 bad : {0, -4}) {
-    error_type e;
-    EXPECT_EQ(recode_integers(vector_of({3, bad}), recoded, unique, e), -1);
-    EXPECT_EQ(lines_of(e), (strings{"Some of the source integers were negative or zero",
-                                    "OCCURRED IN: recode_integers in MOD matrix_methods"}));
-    EXPECT_EQ(unique.n[0], 4) << "a refused call changes nothing";
-  }
-  EXPECT_EQ(recode_integers({}, recoded, unique, err), -1);
-  EXPECT_EQ(lines_of(err)[0], "Matrix was not allocated");
-}
-
-TEST(MatrixData, IndexSortAndTextForms) {
-  error_type err;
-  array<int32, 1> idx = vector_of({0, 0, 0}), wrong = vector_of({0});
-  ASSERT_EQ(indexx_dble(vector_of({3.0, -1.0, 2.0}), idx, err), 0);
-  EXPECT_EQ(idx, vector_of({2, 3, 1}));
-  EXPECT_EQ(indexx_dble(vector_of({3.0, -1.0}), wrong, err), -1);
-  EXPECT_EQ(lines_of(err), (strings{"Sort array size does not match index array size.",
-                                    "OCCURRED IN: indexx_dble in MOD matrix_methods"}));
-
-  matrix a = zeros(2, 4);
-  a.flat = {0.5, -1.005, 99999.99, 99999.999, nan, -inf, inf, -12345.678};
-  const std::string printed =
-      "    0.5099999.99     NaNInfinity\n   -1.00********    -Inf********\n";
-  std::string text_form;
-  ASSERT_EQ(pretty_print_real(a, text_form, err), 0);
-  EXPECT_EQ(text_form, printed);
-  error_type big;
-  EXPECT_EQ(pretty_print_real(zeros(1, 1000), text_form, big), -1);
-  EXPECT_EQ(lines_of(big)[0], "Matrix too big");
-
-  const std::string file = testing::TempDir() + "matrix_methods_test.txt";
-  array<int32, 2> codes;
-  codes.allocate({1, 3});
-  codes.flat = {7, -1234567, 123456789};
-  ASSERT_EQ(write_matrix(a, file, false, err), 0);
-  ASSERT_EQ(write_matrix(codes, file, true, err), 0);
-  std::ostringstream content;
-  content << std::ifstream(file).rdbuf();
-  EXPECT_EQ(content.str(), printed + "       7-1234567********\n");
-  std::remove(file.c_str());
-  error_type absent;
-  EXPECT_EQ(write_matrix(a, "/nowhere/at/all", false, absent), -1);
-  EXPECT_EQ(lines_of(absent),
-            (strings{"File could not be opened for write-access", "FILE: /nowhere/at/all",
-                     "OCCURRED IN: write_matrix in MOD matrix_methods"}));
 }
 
 }  // namespace
