@@ -4,6 +4,7 @@
 #include <bit>
 #include <numeric>
 #include <span>
+#include <utility>
 
 namespace tolvenra {
 namespace {
@@ -193,6 +194,27 @@ void sum_weights(const case_columns& cases, distinct_rows& rows) {
   }
 }
 
+/// Collapses the same cases once more, their responses left out.
+covariate_patterns collapse_covariates(const case_columns& cases, const distinct_rows& rows) {
+  covariate_patterns patterns;
+  if (!cases.cov) return patterns;
+  array<int32, 2> no_responses;
+  no_responses.allocate({cases.y->n[0], 0});
+  case_columns without = cases;
+  without.y = &no_responses;
+  distinct_rows distinct;
+  number_rows(without, packed_cases(without), distinct);
+  sum_weights(without, distinct);
+  patterns.count = distinct.nrow;
+  patterns.stratum_start = std::move(distinct.stratum_start);
+  patterns.first_case = std::move(distinct.first_case);
+  patterns.weight = std::move(distinct.weight);
+  patterns.of_row.reserve(rows.first_case.size());
+  for (const int32 k : rows.first_case)
+    patterns.of_row.push_back(distinct.row_of_case[static_cast<std::size_t>(k - 1)]);
+  return patterns;
+}
+
 }  // namespace
 
 std::shared_ptr<const distinct_rows> collapse_cases(const case_columns& cases) {
@@ -206,6 +228,7 @@ std::shared_ptr<const distinct_rows> collapse_cases(const case_columns& cases) {
     copy_codes(packed, *rows, rows->codes16);
   rows->any_missing = std::find(responses.begin(), responses.end(), 0) != responses.end();
   sum_weights(cases, *rows);
+  rows->covariates = collapse_covariates(cases, *rows);
   return rows;
 }
 

@@ -15,6 +15,15 @@
 
 namespace tolvenra {
 
+/// The distinct covariate rows of each stratum; regressions run over them.
+struct covariate_patterns {
+  int32 count = 0;
+  std::vector<int32> of_row;            ///< pattern of every distinct row, 1-based
+  std::vector<int32> stratum_start;     ///< nstr + 1 offsets, as in distinct_rows
+  std::vector<int32> first_case;        ///< count
+  std::vector<double> weight;           ///< count: sum of frequency times weight
+};
+
 /// Immutable once built; offsets are 0-based, `row_of_case` and `first_case` are 1-based numbers.
 struct distinct_rows {
   int32 nrow = 0;
@@ -30,6 +39,7 @@ struct distinct_rows {
   std::vector<double> freq;             ///< nrow: sum of the frequencies
   std::vector<double> weight;           ///< nrow: sum of frequency times weight
   std::vector<double> weight2;          ///< nrow: sum of frequency times squared weight
+  covariate_patterns covariates;        ///< empty without covariates
 
   [[nodiscard]] int32 response(int32 row, int32 column) const {  ///< 1-based both
     const std::size_t at = static_cast<std::size_t>(row - 1) * static_cast<std::size_t>(ncol) +

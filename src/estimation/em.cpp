@@ -8,6 +8,7 @@
 #include "estimation/estep.hpp"
 #include "estimation/fit_stats.hpp"
 #include "estimation/msteps.hpp"
+#include "estimation/msteps_covariates.hpp"
 
 namespace tolvenra::estimation {
 namespace {
@@ -21,12 +22,22 @@ struct change {
 
   template <std::size_t R>
   void add(const prob_block<R>& block) {
-    for (std::size_t q = 0; q < block.now.size(); ++q) {
-      const double difference = std::abs(block.now.flat[q] - block.old.flat[q]);
+    compare(block.now.flat, block.old.flat);
+    for (const int32 length : block.rows.length) elements += length;  // without the padding
+  }
+  template <std::size_t R>
+  void add(const logit_block<R>& block) {
+    compare(block.now.flat, block.old.flat);
+    elements += static_cast<int64>(block.now.size());
+  }
+
+ private:
+  void compare(const std::vector<double>& now, const std::vector<double>& old) {
+    for (std::size_t q = 0; q < now.size(); ++q) {
+      const double difference = std::abs(now[q] - old[q]);
       if (!(difference <= largest)) largest = difference;  // keeps a NaN
       sum += difference;
     }
-    for (const int32 length : block.rows.length) elements += length;
   }
 };
 
@@ -58,11 +69,21 @@ int32 set_controls(const em_controls& controls, mlworkspace& work, error_type& e
   return 0;
 }
 
+int32 run_mstep_beta(mlworkspace& work, error_type& err) {
+  if (mstep_beta(work, err) == 0) return 0;
+  const text_lines where = text("M-step for BETA failed at iteration ", work.em.iter);
+  if (work.beta.use_prior) return fail(err, here, {where});
+  return fail(err, here,
+              {where, text("Could not fit logit model. We suggest"),
+               text("using the BETA PRIOR statement.")});
+}
+
 /// The M-steps of one iteration, each only where its parameter exists.
 int32 run_msteps(mlworkspace& work, error_type& err) {
   const int32 iter = work.em.iter;
   if (work.data.nci > 0 && mstep_rho(work, err) != 0)
     return fail(err, here, {text("M-step for RHO failed at iteration ", iter)});
+  if (work.beta.active) return run_mstep_beta(work, err);
   if (work.data.nci > 0 && work.latent.nc >= 2 && mstep_gamma(work, err) != 0)
     return fail(err, here, {text("M-step for gamma failed at iteration ", iter)});
   return 0;
@@ -71,7 +92,10 @@ int32 run_msteps(mlworkspace& work, error_type& err) {
 void note_change(mlworkspace& work) {
   change moved;
   if (work.data.nci > 0) moved.add(work.rho);
-  if (work.data.nci > 0 && work.latent.nc >= 2) moved.add(work.gamma);
+  if (work.beta.active)
+    moved.add(work.beta);
+  else if (work.data.nci > 0 && work.latent.nc >= 2)
+    moved.add(work.gamma);
   work.em.max_abs_diff = moved.largest;
   work.em.mean_abs_diff =
       moved.elements > 0 ? moved.sum / static_cast<double>(moved.elements) : 0.0;
@@ -88,6 +112,7 @@ int32 iterate(mlworkspace& work, const em_watch& watch, error_type& err) {
     ++em.iter;
     work.rho.old.flat = work.rho.now.flat;
     work.gamma.old.flat = work.gamma.now.flat;
+    work.beta.old.flat = work.beta.now.flat;
     if (run_estep(work, err) != 0 || run_msteps(work, err) != 0) return -1;
     note_change(work);
     em.llvec.push_back(em.loglik);
@@ -113,7 +138,8 @@ void fill_result(mlworkspace& work, mlresult_type& result) {
   result.post_cls = std::move(work.post.cls);
   result.n_params_gamma = work.gamma.n_estimated;
   result.n_params_rho = work.rho.n_estimated;
-  result.n_params_estimated = result.n_params_gamma + result.n_params_rho;
+  result.n_params_beta = work.beta.n_estimated;
+  result.n_params_estimated = result.n_params_gamma + result.n_params_rho + result.n_params_beta;
   set_apparent_df(work, result);
   result.filled = true;
 }
@@ -123,7 +149,8 @@ void fill_result(mlworkspace& work, mlresult_type& result) {
 int32 retrieve_parameters_from_workspace(param_type& param, const mlworkspace& work,
                                          error_type& err) {
   if (param::put_gamma(work.gamma.now, param, err) == 0 &&
-      param::put_rho(work.rho.now, param, err) == 0)
+      param::put_rho(work.rho.now, param, err) == 0 &&
+      param::put_beta(work.beta.now, param, err) == 0)
     return 0;
   return fail(err, {"retrieve_parameters_from_workspace", "estimation"},
               {text("Unable to transfer new parameter estimates"),
@@ -137,7 +164,7 @@ int32 run_em_modelfit(const dataset_type& dataset, const model_type& model, para
     return fail(err, here, {text("Unable to nullify the ml results.")});
   if (load(dataset, model, param, work, err) != 0) return -1;
   if (set_controls(controls, work, err) != 0) return -1;
-  work.post.keep = false;
+  work.post.keep = work.beta.active;  // the regressions read the posteriors of every iteration
   if (iterate(work, controls.watch, err) != 0) return -1;
   work.post.keep = true;
   if (run_estep(work, err) != 0) return -1;

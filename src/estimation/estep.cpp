@@ -38,6 +38,10 @@ estep_kernel::block kernel_block(mlworkspace& work, int32 b) {
   block.stratum_start = work.rows->stratum_start.data();
   block.weight = work.rows->weight.data();
   block.table = classes.table.data();
+  if (!classes.prior.empty()) {
+    block.prior = classes.prior.data();
+    block.pattern = work.rows->covariates.of_row.data();
+  }
   block.first_row = rows.first_row;
   block.end_row = rows.end_row;
   block.first_stratum = rows.first_stratum;
@@ -96,6 +100,7 @@ void lay_out_classes(mlworkspace& work) {
     classes.slots += work.data.nrc(j) + 1;
   }
   const std::size_t values = classes.slab() * static_cast<std::size_t>(work.data.nstr);
+  classes.prior.clear();
   classes.table.assign(values, 0.0);
   classes.counts.assign(values, 0.0);
   for (int32 g = 1; g <= work.data.nstr; ++g)

@@ -22,7 +22,8 @@ struct block {
   const int32* stratum_start = nullptr;    ///< rows of stratum g: [g-1, g)
   const double* weight = nullptr;          ///< by row
   const double* table = nullptr;           ///< nstr slabs, see class_counts
-  const double* prior = nullptr;           ///< by row and class (width apart), or null: slot 0
+  const double* prior = nullptr;           ///< by covariate pattern and class, or null: slot 0
+  const int32* pattern = nullptr;          ///< covariate pattern of every row, 1-based, with `prior`
   int32 first_row = 0, end_row = 0;
   int32 first_stratum = 0, end_stratum = 0;  ///< 0-based strata that the block touches
   double* counts = nullptr;                ///< slabs of these strata, zeroed by the caller
@@ -109,7 +110,7 @@ class class_rows {
       std::copy(f, f + n_, product_ + vectors(j + 1));
     }
     for (int32 j = std::max(before, behind); j < b_.ncol; ++j) multiply(f, table_ + slot(code, j));
-    multiply(f, b_.prior ? b_.prior + vectors(row) : table_);
+    multiply(f, b_.prior ? b_.prior + vectors(b_.pattern[row] - 1) : table_);
 
     double likelihood = 0.0;
     for (int32 c = 0; c < n_; ++c) likelihood += f[c];

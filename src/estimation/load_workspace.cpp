@@ -3,6 +3,7 @@
 
 #include "estimation/estep.hpp"
 #include "estimation/mlworkspace.hpp"
+#include "estimation/msteps_covariates.hpp"
 #include "estimation/restrictions.hpp"
 
 namespace tolvenra::estimation {
@@ -50,7 +51,7 @@ int32 load_mlworkspace_param(mlworkspace& work, error_type& err) {
   if (get_info_from_rho_restriction(work, err) != 0)
     return fail(err, here, {text("Could not get info from rho_restrictions.")});
   plan_estep(work);
-  return 0;
+  return load_beta(work, err) == 0 ? 0 : pass_on(err, here);
 }
 
 }  // namespace tolvenra::estimation

@@ -32,7 +32,7 @@ struct mlresult_type {
   bool has_deff = false;
   int32 apparent_df = 0;
   int32 n_params_estimated = 0;
-  int32 n_params_gamma = 0, n_params_rho = 0;
+  int32 n_params_gamma = 0, n_params_rho = 0, n_params_beta = 0;
   int32 nc = 0;
   std::vector<double> post_cls;      ///< nrow x nc, row by row
   std::shared_ptr<const distinct_rows> rows;

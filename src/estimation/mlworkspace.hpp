@@ -21,6 +21,7 @@
 #include "estimation/class_counts.hpp"
 #include "estimation/distinct_rows.hpp"
 #include "estimation/prob_block.hpp"
+#include "estimation/regression.hpp"
 #include "model/dataset.hpp"
 #include "model/model.hpp"
 #include "model/param.hpp"
@@ -36,6 +37,18 @@ struct case_data {
   bool aggregated = false, weighted = false, clustered = false, missing = false;
   array<int32, 1> nkase_by_str;        ///< (nstr) cases of each stratum
   double total_weight = 0.0;           ///< sum of frequency times weight, the number of cases without
+};
+
+/// A family of regressions in the workspace: coefficients in the parameter's shape and one fit per
+/// row of categories (for beta: per stratum).
+template <std::size_t R>
+struct logit_block {
+  bool active = false;                          ///< the categories are regressed on covariates
+  array<double, R> now, old;                    ///< estimates (new_, old_)
+  std::vector<estimation::regression> fits;
+  std::vector<std::vector<double>> shares;      ///< of the binary form, one vector per fit
+  bool use_prior = false;                       ///< a stabilising prior is in use
+  int32 n_estimated = 0;
 };
 
 /// What a status-free model needs of the latent side; status sequences join with the status models.
@@ -90,6 +103,7 @@ struct mlworkspace {
   prob_block<2> gamma;
   prob_block<4> rho;
   bool rho_equal_across_strata = false;
+  logit_block<3> beta;
   class_counts classes;
   posteriors post;
   estep_scratch scratch;

@@ -1,0 +1,154 @@
+#include "estimation/msteps_covariates.hpp"
+
+#include <algorithm>
+
+namespace tolvenra::estimation {
+namespace {
+
+int32 refuse(const routine& here, std::string_view what, error_type& err) {
+  return fail(err, here, {text(what), text("when covariates are specified in the model.")});
+}
+
+int32 check_gamma_codes(const mlworkspace& work, error_type& err) {
+  constexpr routine here{"load_mlworkspace_param", "estimation"};
+  const auto& codes = work.gamma.code;
+  if (std::any_of(codes.flat.begin(), codes.flat.end(), [](int32 code) { return code >= 2; }))
+    return refuse(here, "Gamma parameter equality restrictions are not allowed", err);
+  const param_type& param = work.given.param;
+  for (int32 g = 1; g <= work.data.nstr; ++g)
+    for (int32 c = 1; c <= work.latent.nc; ++c) {
+      const bool reference = !param.gamma_binary_regression && c == param.baseline_gamma;
+      if (codes(c, g) == 0 && (work.gamma.now(c, g) != 0.0 || reference))
+        return refuse(here, "Fixed (nonzero) gamma parameter restrictions are not allowed", err);
+    }
+  return 0;
+}
+
+/// First covariate pattern of a stratum (0-based) and their number.
+struct pattern_range {
+  int32 first, count;
+};
+pattern_range patterns_of(const mlworkspace& work, int32 g) {
+  const auto& start = work.rows->covariates.stratum_start;
+  const int32 first = start[static_cast<std::size_t>(g - 1)];
+  return {first, start[static_cast<std::size_t>(g)] - first};
+}
+
+/// Covariates of a stratum's patterns behind a column of ones.
+void fill_design(const mlworkspace& work, int32 first_pattern, int32 first_column, regression& fit) {
+  const array<double, 2>& cov = *work.given.dataset.cov;
+  const covariate_patterns& patterns = work.rows->covariates;
+  for (int32 u = 1; u <= fit.x.n[0]; ++u) {
+    const auto at = static_cast<std::size_t>(first_pattern + u - 1);
+    fit.weight(u) = patterns.weight[at];
+    fit.x(u, 1) = 1.0;
+    for (int32 j = 2; j <= fit.x.n[1]; ++j)
+      fit.x(u, j) = cov(patterns.first_case[at], first_column + j - 2);
+  }
+}
+
+/// Proportions of the classes that the binary form does not compare, from gamma.
+std::vector<double> starting_shares(const mlworkspace& work, int32 g, int32 compared) {
+  std::vector<double> shares;
+  double total = 0.0;
+  for (int32 c = 1; c <= work.latent.nc; ++c) {
+    shares.push_back(c == compared ? 0.0 : work.gamma.now(c, g));
+    total += shares.back();
+  }
+  for (int32 c = 1; c <= work.latent.nc; ++c) {
+    double& share = shares[static_cast<std::size_t>(c - 1)];
+    if (c != compared) share = total > 0.0 ? share / total : 1.0 / (work.latent.nc - 1);
+  }
+  return shares;
+}
+
+void load_regression(const mlworkspace& work, int32 g, regression& fit) {
+  const param_type& param = work.given.param;
+  const pattern_range patterns = patterns_of(work, g);
+  size_regression(patterns.count, work.data.ncov + 1, work.latent.nc, fit);
+  fill_design(work, patterns.first, 1, fit);
+  fit.baseline = param.baseline_gamma;
+  fit.binary = param.gamma_binary_regression ? param.binary_gamma : 0;
+  for (int32 c = 1; c <= work.latent.nc; ++c)
+    fit.absent[static_cast<std::size_t>(c - 1)] = work.gamma.code(c, g) == 0;
+  if (work.beta.use_prior) {
+    const double* prior = param.beta_stabilizing_prior.column(g);
+    fit.prior.assign(prior, prior + work.latent.nc);
+    fit.prior_ess = param.beta_stabilizing_prior_ess;
+  }
+}
+
+/// Outcome totals of a stratum's patterns: weighted posteriors of their rows, in row order.
+void fill_outcomes(const mlworkspace& work, int32 g, int32 first_pattern, regression& fit) {
+  std::fill(fit.y.flat.begin(), fit.y.flat.end(), 0.0);
+  const distinct_rows& rows = *work.rows;
+  const auto nc = static_cast<std::size_t>(work.latent.nc);
+  for (int32 row = rows.stratum_start[static_cast<std::size_t>(g - 1)];
+       row < rows.stratum_start[static_cast<std::size_t>(g)]; ++row) {
+    const auto at = static_cast<std::size_t>(row);
+    const int32 u = rows.covariates.of_row[at] - first_pattern;
+    for (std::size_t c = 0; c < nc; ++c)
+      fit.y(u, static_cast<int32>(c) + 1) += rows.weight[at] * work.post.cls[at * nc + c];
+  }
+}
+
+}  // namespace
+
+int32 load_beta(mlworkspace& work, error_type& err) {
+  const param_type& param = work.given.param;
+  logit_block<3>& beta = work.beta;
+  beta.now = param.beta;
+  beta.old = param.beta;
+  beta.active = work.data.ncov > 0 && work.data.nci > 0 && work.latent.nc >= 2;
+  beta.n_estimated = 0;
+  beta.fits.clear();
+  beta.shares.clear();
+  if (!beta.active) return 0;
+  if (check_gamma_codes(work, err) != 0) return -1;
+  beta.use_prior = param.beta_stabilizing_prior_set && param.beta_stabilizing_prior_ess > 0.0;
+  for (int32 g = 1; g <= work.data.nstr; ++g) {
+    load_regression(work, g, beta.fits.emplace_back());
+    beta.shares.push_back(starting_shares(work, g, beta.fits.back().binary));
+    beta.n_estimated += regression_parameters(beta.fits.back());
+  }
+  work.gamma.n_estimated = 0;  // gamma follows from beta
+  return predict_gamma(work, err);
+}
+
+int32 predict_gamma(mlworkspace& work, error_type& err) {
+  constexpr routine here{"mstep_beta", "estimation"};
+  const int32 width = work.classes.width;
+  work.classes.prior.resize(static_cast<std::size_t>(work.rows->covariates.count) *
+                            static_cast<std::size_t>(width));
+  for (int32 g = 1; g <= work.data.nstr; ++g) {
+    const auto at = static_cast<std::size_t>(g - 1);
+    const regression& fit = work.beta.fits[at];
+    double* p = work.classes.prior.data() + std::ptrdiff_t{width} * patterns_of(work, g).first;
+    if (predict(fit, &work.beta.now(1, 1, g), work.beta.shares[at], p, width, "gamma", here, err) != 0)
+      return -1;
+    double total = 0.0;
+    for (int32 c = 1; c <= work.latent.nc; ++c) work.gamma.now(c, g) = 0.0;
+    for (int32 u = 1; u <= fit.x.n[0]; ++u, p += width) {
+      total += fit.weight(u);
+      for (int32 c = 1; c <= work.latent.nc; ++c) work.gamma.now(c, g) += fit.weight(u) * p[c - 1];
+    }
+    for (int32 c = 1; c <= work.latent.nc; ++c) work.gamma.now(c, g) /= total;
+  }
+  return 0;
+}
+
+int32 mstep_beta(mlworkspace& work, error_type& err) {
+  constexpr routine here{"mstep_beta", "estimation"};
+  for (int32 g = 1; g <= work.data.nstr; ++g) {
+    const auto at = static_cast<std::size_t>(g - 1);
+    regression& fit = work.beta.fits[at];
+    fill_outcomes(work, g, patterns_of(work, g).first, fit);
+    const std::string where = "Group: " + to_text(int64{g});
+    if (fit_regression(fit, &work.beta.now(1, 1, g), work.beta.shares[at], work.em.threads, here,
+                       where, err) != 0)
+      return -1;
+  }
+  return predict_gamma(work, err);
+}
+
+}  // namespace tolvenra::estimation
