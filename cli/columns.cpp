@@ -40,7 +40,7 @@ std::size_t edit_distance(std::string_view a, std::string_view b) {
 std::string near_names(const data_table& table, std::string_view wanted) {
   std::vector<std::pair<std::size_t, std::string>> near;
   const std::string folded = lower(wanted);
-  const std::size_t most = std::clamp<std::size_t>(folded.size() / 2, 1, 2);
+  const std::size_t most = std::min<std::size_t>(folded.size() / 2, 2);
   for (const table_column& column : table.columns) {
     const std::size_t distance = edit_distance(folded, lower(column.name));
     if (!column.name.empty() && distance <= most)

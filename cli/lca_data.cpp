@@ -1,6 +1,7 @@
 #include "lca_data.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <unordered_set>
 
 #include "input_error.hpp"
@@ -81,6 +82,9 @@ void count_cases(lca_data& data) {
   }
   for (const double n : data.group_cases) data.cases += n;
   for (const double n : data.group_weighted_cases) data.weighted_cases += n;
+  if (!std::isfinite(data.weighted_cases) || !std::isfinite(data.cases))
+    throw input_error(
+        "The frequencies or weights add up to more than a number can hold; scale them.");
 }
 
 /// Missing responses of every item, and a warning where a whole group gave none.

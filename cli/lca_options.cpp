@@ -24,7 +24,7 @@ void add_columns(CLI::App& lca, lca_options& options) {
   lca.add_option("--items", options.items,
                  "Items: column names and ranges by position, as in A,B,q1-q12 (required)")
       ->required()
-      ->expected(1)
+      ->allow_extra_args(false)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->option_text("LIST");
   lca.add_option("--freq", options.freq, "Column that says how many cases each row stands for")
@@ -34,7 +34,7 @@ void add_columns(CLI::App& lca, lca_options& options) {
                  "Column of groups; every group gets its own class shares and probabilities")
       ->option_text("COL");
   lca.add_option("--na", options.na, "One more text for a missing response (empty, NA and . are)")
-      ->expected(1)
+      ->allow_extra_args(false)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->option_text("TEXT");
 }

@@ -14,6 +14,13 @@ namespace tolvenra::cli {
 namespace fs = std::filesystem;
 namespace {
 
+/// An absolute path without links, also of a file that does not exist yet.
+std::string canonical(const std::string& path) {
+  std::error_code error;
+  const fs::path result = fs::weakly_canonical(fs::absolute(path, error), error);
+  return error || result.empty() ? path : result.string();
+}
+
 /// Removes the temporary file unless it has been given its name.
 class removal {
  public:
@@ -34,14 +41,13 @@ class removal {
 
 output_file::output_file(std::string path, const std::string& option) : path_(std::move(path)) {
   std::error_code error;
-  // A link stays a link: the file it leads to is replaced.
-  target_ = fs::weakly_canonical(path_, error).string();
-  if (error || target_.empty()) target_ = path_;
-  const fs::file_status status = fs::status(target_, error);
+  const fs::file_status status = fs::status(path_, error);
   if (path_.empty() || path_ == "-" || fs::is_directory(status))
     throw input_error::of("{}: \"{}\" is no file that can be written; give the name of a file.",
                           option, path_);
   direct_ = fs::exists(status) && !fs::is_regular_file(status);
+  // A link stays a link: the file it leads to is replaced.
+  target_ = direct_ ? path_ : canonical(path_);
   if (fs::is_regular_file(status) && ::access(target_.c_str(), W_OK) != 0)
     throw input_error::of("{}: {} cannot be written: {}.", option, path_, std::strerror(errno));
   if (direct_) return;
@@ -87,8 +93,7 @@ void output_file::write(const std::function<void(std::FILE*)>& body) const {
 
 bool output_file::same_as(const std::string& other) const {
   std::error_code error;
-  return target_ == other || fs::weakly_canonical(other, error).string() == target_ ||
-         (!direct_ && fs::equivalent(target_, other, error));
+  return target_ == canonical(other) || (!direct_ && fs::equivalent(target_, other, error));
 }
 
 }  // namespace tolvenra::cli

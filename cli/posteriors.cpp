@@ -17,7 +17,7 @@ std::string probability_name(std::size_t cls) { return fmt::format("class_{}", c
 
 std::string csv_field(std::string_view text) {
   const bool plain = !text.empty() && text.find_first_of(",;\t\"\r\n") == std::string_view::npos &&
-                     text.front() != ' ' && text.back() != ' ';
+                     text.front() != ' ' && text.back() != ' ' && !text.starts_with("\xef\xbb\xbf");
   if (plain) return std::string(text);
   std::string quoted = "\"";
   for (const char c : text) {
