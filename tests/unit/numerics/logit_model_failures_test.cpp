@@ -177,6 +177,25 @@ TEST(LogitModel, FailedIterationsSayWhereAndReturnNoNaN) {
   }
 }
 
+TEST(LogitModel, ColumnsThatRepeatOthersAreRefusedHoweverTheirPivotIsRounded) {
+  int32 singular = 0;
+  for (int32 seed = 1; seed <= 40; ++seed) {
+    SCOPED_TRACE(seed);
+    fit f = random_problem(150, 4, 3, 1 + seed % 3, seed);
+    const double scale = std::pow(10.0, seed % 7 - 3);
+    for (int32 i = 1; i <= 150; ++i) f.x(i, 4) = scale * (f.x(i, 2) - 0.3 * f.x(i, 3) + 0.1);
+    f.run();
+    EXPECT_EQ(f.status, -1);
+    ASSERT_GE(f.lines.size(), 2U);
+    const auto& reason = f.lines[f.lines.size() - 2];
+    EXPECT_TRUE(reason == "-Hessian apparently singular." ||
+                reason == "-Hessian not positive definite.")
+        << reason;
+    if (reason == "-Hessian apparently singular.") ++singular;
+  }
+  EXPECT_GT(singular, 0) << "no pivot was rounded upwards: the rule on pivots was not tried";
+}
+
 TEST(LogitModel, ReportsOfTheFactorisationComeBeforeItsOwn) {
   fit f = random_problem(50, 2, 2, 2, 81);
   std::fill(f.grpvar.flat.begin(), f.grpvar.flat.end(), 1);

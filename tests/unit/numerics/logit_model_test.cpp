@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "allocation_count.hpp"
@@ -140,15 +142,26 @@ TEST(LogitModel, ReusesItsWorkspaceWithoutAllocating) {
   EXPECT_EQ(f.status, 0);
   EXPECT_EQ(f.work.slot_hessian.data(), storage);
 
-  // Other sizes force a new set-up, and the old sizes give the old result again.
-  fit wide = random_problem(4100, 7, 4, 2, 22);
-  wide.work = std::move(f.work);
-  wide.run();
-  EXPECT_EQ(wide.status, 0);
-  f.work = std::move(wide.work);
-  std::fill(f.beta.flat.begin(), f.beta.flat.end(), 0.0);
+  // Any other size forces a new set-up, and the old sizes give the old result again.
+  const std::tuple<int32, int32, int32> others[] = {
+      {3060, 4, 3}, {3000, 5, 3}, {3000, 3, 4}, {9000, 4, 3}};
+  for (const auto& [n, p, r] : others) {
+    SCOPED_TRACE(testing::Message() << n << " rows, " << p << " columns, " << r << " categories");
+    fit other = random_problem(n, p, r, 2, 22), alone = random_problem(n, p, r, 2, 22);
+    other.work = std::move(f.work);
+    other.run();
+    alone.run();
+    EXPECT_EQ(other.status, 0);
+    EXPECT_EQ(other.beta, alone.beta);
+    f.work = std::move(other.work);
+    std::fill(f.beta.flat.begin(), f.beta.flat.end(), 0.0);
+    f.run();
+    EXPECT_EQ(f.beta, first);
+  }
+
+  ++f.slots;
   f.run();
-  EXPECT_EQ(f.beta, first);
+  EXPECT_EQ(f.work.t, f.slots);
 
   EXPECT_EQ(nullify_logit_mt_workspace_type(f.work, err), 0);
   EXPECT_TRUE(f.work.needs_setup);
