@@ -50,7 +50,8 @@ misfit first_misfit(const array<int32, 2>& y, int32 first, int32 last, Categorie
 
 int32 refuse_misfit(const misfit& found, std::string_view inconsistent, const routine& here,
                     error_type& err) {
-  if (found.value < 0)
+  if (found.value <
+      0)  // cannot happen behind the check of the whole matrix; a second line of defence
     return fail(err, here,
                 {text("Row ", found.row, " of the response (y) array "),
                  text(" contains a negative value.")});

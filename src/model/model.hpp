@@ -14,6 +14,8 @@ struct model_type {
   int32 nc = 0, ns = 0;          ///< latent classes, latent statuses, 0..99
   array<name8, 1> class_names;   ///< (nc), absent without classes
   array<name8, 1> status_names;  ///< (ns), absent without statuses
+
+  bool operator==(const model_type&) const = default;
 };
 
 namespace model {

@@ -69,6 +69,8 @@ struct param_type {
   array<double, 5> tau_beta_stabilizing_prior;
   double beta_stabilizing_prior_ess = 0.0, delta_beta_stabilizing_prior_ess = 0.0;
   double tau_beta_stabilizing_prior_ess = 0.0;
+
+  bool operator==(const param_type&) const = default;
 };
 
 namespace param {

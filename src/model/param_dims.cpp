@@ -145,12 +145,12 @@ int32 make_parameters(param_type& p, error_type& err) {
     return fail(err, here, {text("Unable to generate random rho values.")});
   if (make(p.beta, "put_dims: param%beta", beta_dims(p), 0.0, err) != 0 ||
       make(p.delta, "put_dims: param%delta", delta_dims(p), uniform(p.ns), err) != 0 ||
-      make(p.tau, "put_dims: param%tau", tau_dims(p), uniform(p.ns), err) != 0 ||
       make(p.big_rho, "put_dims: param%big_rho", big_rho_dims(p), 0.0, err) != 0)
     return -1;
   if (run_random_big_rho_startvals(p, err, -1, -1) != 0)
     return fail(err, here, {text("Unable to generate random big rho values.")});
-  if (make(p.delta_beta, "put_dims: param%delta_beta", delta_beta_dims(p), 0.0, err) != 0 ||
+  if (make(p.tau, "put_dims: param%tau", tau_dims(p), uniform(p.ns), err) != 0 ||
+      make(p.delta_beta, "put_dims: param%delta_beta", delta_beta_dims(p), 0.0, err) != 0 ||
       make(p.tau_beta, "put_dims: param%tau_beta", tau_beta_dims(p), 0.0, err) != 0)
     return -1;
   return 0;
