@@ -71,7 +71,7 @@ class jacobi {
     double *const x = column_u(i), *const y = column_u(j);
     const double xx = dot(x, x, m_), yy = dot(y, y, m_), xy = dot(x, y, m_);
     // A column lost in the rounding of the others has no direction of its own.
-    if (!(yy > lost_ * xx) || !(xx > lost_ * yy)) return false;
+    if (!(yy > lost * xx) || !(xx > lost * yy)) return false;
     if (!(std::abs(xy) > eps * std::sqrt(static_cast<double>(m_)) * std::sqrt(xx) * std::sqrt(yy)))
       return false;
     const double zeta = (yy - xx) / (2.0 * xy);
@@ -82,7 +82,7 @@ class jacobi {
     return true;
   }
 
-  static constexpr double lost_ = 1e-40;  // squared
+  static constexpr double lost = 1e-40;  // squared
   array<double, 2>&u_, &v_;
   std::size_t m_, n_;
 };

@@ -68,11 +68,17 @@ double centre(ran_state_type& state, std::size_t i, double rest) {
 double beyond(ran_state_type& state, double u) {
   double a = bound[31];
   std::size_t i = 5;
-  for (u += u; u < 1.0 && i + 1 < tail.size(); u += u) a += tail[i++];
-  for (u -= 1.0;; u = uniform(state)) {
+  u += u;
+  while (u < 1.0 && i + 1 < tail.size()) {
+    a += tail[i++];
+    u += u;
+  }
+  u -= 1.0;
+  for (;;) {
     const double w = u * tail[i];
     double first = uniform(state);
     if (accepted(state, (0.5 * w + a) * w, first)) return a + w;
+    u = uniform(state);
   }
 }
 
@@ -93,7 +99,11 @@ constexpr std::array<float, 8> ln2_series{.6931472F, .9333737F, .9888778F, .9984
 double exponential(ran_state_type& state) {
   constexpr double ln2 = ln2_series[0];
   double a = 0.0, u = uniform(state);
-  for (u += u; u < 1.0; u += u) a += ln2;
+  u += u;
+  while (u < 1.0) {
+    a += ln2;
+    u += u;
+  }
   u -= 1.0;
   if (u <= ln2) return a + u;
   double least = uniform(state);
