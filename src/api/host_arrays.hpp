@@ -1,7 +1,7 @@
 /// \file host_arrays.hpp  Between the host's addresses and the engine's arrays.
 ///
-/// The host's arrays are never used as work space: inputs are copied in before anything is computed,
-/// results are copied out at the end, and a result address may be NULL (not wanted).
+/// The host's arrays are never used as work space: inputs are copied in before anything is
+/// computed, results are copied out at the end, and a result address may be NULL (not wanted).
 #pragma once
 
 #include <algorithm>

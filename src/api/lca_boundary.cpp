@@ -54,7 +54,9 @@ int32 not_available(lca_run& run, std::string_view what) {
 /// Options whose part of the engine is still to come are refused, never ignored.
 int32 check_available(lca_run& run) {
   const lca_call& call = run.call;
-  if (call.ncov > 0) return not_available(run, "A regression on covariates is");
+  const bool tests = call.want_tests != 0 && call.test_stat && call.ncov > 0;
+  if (tests && (call.weight_given != 0 || call.clusters))
+    return not_available(run, "Tests of covariates with sampling weights or clusters are");
   if (call.se_option != 0) return not_available(run, "The computation of standard errors is");
   return 0;
 }

@@ -8,10 +8,12 @@
 namespace tolvenra::api {
 namespace {
 
-/// What has to be built before it can be copied out; nothing reaches the host until all of it exists.
+/// What has to be built before it can be copied out; nothing reaches the host until all of it
+/// exists.
 struct built_results {
   array<double, 2> gamma, post_cls;
   array<double, 4> rho;
+  array<double, 3> beta;
   array<int32, 2> patterns;
   dataset::cluster_summary clusters;
   int32 free_parameters = 0;
@@ -20,10 +22,12 @@ struct built_results {
 int32 build(lca_run& run, built_results& built) {
   const lca_call& call = run.call;
   const fitted_start& best = *run.best;
-  built.free_parameters =
-      best.work.gamma.solver.free_parameters() + best.work.rho.solver.free_parameters();
+  built.free_parameters = best.work.rho.solver.free_parameters() +
+                          (best.work.beta.active ? best.work.beta.n_estimated
+                                                 : best.work.gamma.solver.free_parameters());
   if (param::get_gamma(best.param, built.gamma, run.err) != 0 ||
-      param::get_rho(best.param, built.rho, run.err) != 0)
+      param::get_rho(best.param, built.rho, run.err) != 0 ||
+      param::get_beta(best.param, built.beta, run.err) != 0)
     return -1;
   if (call.want_post && call.post_cls &&
       estimation::get_post_cls(best.result, built.post_cls, run.err) != 0)
@@ -88,8 +92,16 @@ void copy_out_fit(const lca_run& run) {
   copy_out(result.llvec, call.llvec);
   copy_out(result.madvec, call.madvec);
   const std::array<int32, 9> counts{result.n_params_estimated, result.n_params_gamma,
-                                    result.n_params_rho};
+                                    result.n_params_rho, result.n_params_beta};
   copy_out(counts, call.n_params);
+}
+
+void copy_out_tests(const lca_run& run) {
+  const lca_call& call = run.call;
+  if (run.test_stat.empty()) return;
+  if (call.want_tests) copy_out(run.test_stat, call.test_stat);
+  copy_out(run.test_p, call.test_p);
+  copy_out(run.test_status, call.test_status);
 }
 
 /// Starts whose log-likelihood is the best one up to the noise of convergence.
@@ -108,13 +120,14 @@ void copy_out_run_info(const lca_run& run, int32 free_parameters) {
   const mlresult_type& result = run.best->result;
   info[0] = 1;
   info[1] = run.best->number;
-  info[2] = static_cast<int32>(std::count_if(
-      run.starts.begin(), run.starts.end(), [](const auto& start) { return start.status == 0; }));
+  info[2] = static_cast<int32>(std::count_if(run.starts.begin(), run.starts.end(),
+                                             [](const auto& start) { return start.status == 0; }));
   info[3] = starts_at_best(run);
   info[4] = static_cast<int32>(result.pattern_row.size());
   info[5] = result.rows->any_missing ? 1 : 0;
   info[10] = parallel::thread_count(run.call.max_threads);
   info[12] = free_parameters;
+  info[13] = run.plain ? run.plain->iterations : 0;
 }
 
 }  // namespace
@@ -139,10 +152,12 @@ int32 copy_out_lca(lca_run& run) {
   const lca_call& call = run.call;
   copy_out(built.gamma, call.gamma);
   copy_out(built.rho, call.rho);
+  if (call.ncov > 0) copy_out(built.beta, call.beta);
   if (built.post_cls.allocated) copy_out(built.post_cls, call.post_cls);
   copy_out_patterns(run, built);
   copy_out_clusters(call, built.clusters);
   copy_out_fit(run);
+  copy_out_tests(run);
   copy_out_run_info(run, built.free_parameters);
   if (!run.drawn_class.empty()) copy_out(run.drawn_class, call.drawn_class);
   set_cell(call.iterations, run.best->result.iter);

@@ -30,9 +30,7 @@ void run_progress::finish_start(bool fitted, double loglik) {
   ++starts_done_;
 }
 
-estimation::em_watch run_progress::fit_view::watch() {
-  return {this, &run_progress::on_iteration};
-}
+estimation::em_watch run_progress::fit_view::watch() { return {this, &run_progress::on_iteration}; }
 
 bool run_progress::on_iteration(void* context, const em_state& state) {
   const fit_view& view = *static_cast<fit_view*>(context);

@@ -26,21 +26,30 @@ bool side_by_side(const start_search& search, int32 starts) {
   return starts > 1 && bytes < 4.0 * (1 << 20);
 }
 
-/// Random rho by the start's seed; the host's values return to the fixed cells.
-int32 draw_rho(const start_search& search, start_outcome& outcome, param_type& param) {
-  if (param::run_random_rho_startvals(param, outcome.report, outcome.seed, outcome.seed) != 0)
+/// Gives the start the priors of the stabilising run under its own labels: the classes of the model
+/// without covariates, fitted from the start's values, are matched with that run's.
+int32 relabel_priors(const start_search& search, start_outcome& outcome,
+                     const estimation::em_controls& controls, param_type& param) {
+  const stabilising_model& plain = *search.plain;
+  param_type own = plain.param;
+  mlresult_type result;
+  mlworkspace work;
+  if (param::put_rho(param.rho, own, outcome.report) != 0 ||
+      param::put_gamma(search.base->gamma, own, outcome.report) != 0 ||
+      estimation::run_em_modelfit(plain.dataset, *search.model, own, result, work, outcome.report,
+                                  controls) != 0)
     return -1;
-  if (!search.fixed_rho) return 0;
-  array<double, 4> rho = param.rho;
-  keep_fixed_values(search.fixed_rho->flat, param.rho_restrictions.flat, param::rho_rows(param),
-                    rho.flat);
-  return param::put_rho(rho, param, outcome.report);
+  return put_stabilising_priors(plain.param, match_labels(own, plain.param), search.strengths,
+                                param, outcome.report);
 }
 
-int32 fit(const start_search& search, start_outcome& outcome, const estimation::em_controls& controls,
-          fitted_start& start) {
+int32 fit(const start_search& search, start_outcome& outcome,
+          const estimation::em_controls& controls, fitted_start& start) {
   start.param = *search.base;
-  if (search.random_rho && draw_rho(search, outcome, start.param) != 0) return -1;
+  if (search.random_rho &&
+      draw_rho(outcome.seed, search.fixed_rho, start.param, outcome.report) != 0)
+    return -1;
+  if (search.plain && relabel_priors(search, outcome, controls, start.param) != 0) return -1;
   return estimation::run_em_modelfit(*search.dataset, *search.model, start.param, start.result,
                                      start.work, outcome.report, controls);
 }
@@ -63,8 +72,8 @@ void run_one(const start_search& search, int32 number, int32 threads, bool on_ca
     outcome.loglik = start->result.loglik;
     outcome.iterations = start->result.iter;
     outcome.converged = start->result.converged;
-    if (!best || better(outcome, number, outcomes[static_cast<std::size_t>(best->number - 1)],
-                        best->number))
+    if (!best ||
+        better(outcome, number, outcomes[static_cast<std::size_t>(best->number - 1)], best->number))
       best = std::move(start);
   }
   outcome.finished = true;
@@ -81,6 +90,14 @@ void note_lack_of_memory(start_outcome& outcome) noexcept {
 }
 
 }  // namespace
+
+int32 draw_rho(int32 seed, const array<double, 4>* fixed, param_type& param, error_type& err) {
+  if (param::run_random_rho_startvals(param, err, seed, seed) != 0) return -1;
+  if (!fixed) return 0;
+  array<double, 4> rho = param.rho;
+  keep_fixed_values(fixed->flat, param.rho_restrictions.flat, param::rho_rows(param), rho.flat);
+  return param::put_rho(rho, param, err);
+}
 
 bool regression_failed(const error_type& err) {
   for (const std::string& line : lines_of(err))

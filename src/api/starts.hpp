@@ -1,10 +1,10 @@
 /// \file starts.hpp  The search over starting values.
 ///
 /// EM climbs to a local maximum, so a model is fitted from many starting values and the best fit is
-/// kept. Starts are independent: with small data they run side by side, each on one thread, else one
-/// after the other with the rows divided among the threads. Either way every start gives the same
-/// bits, the best one is the first of the highest log-likelihood, and a start that fails is marked
-/// and skipped.
+/// kept. Starts are independent: with small data they run side by side, each on one thread, else
+/// one after the other with the rows divided among the threads. Either way every start gives the
+/// same bits, the best one is the first of the highest log-likelihood, and a start that fails is
+/// marked and skipped.
 #pragma once
 
 #include <limits>
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "api/progress.hpp"
+#include "api/stabilising.hpp"
 #include "core/error_handler.hpp"
 #include "estimation/em.hpp"
 
@@ -23,12 +24,12 @@ inline constexpr int32 failed_iterations = -1;
 
 struct start_outcome {
   int32 seed = 0;
-  bool finished = false;             ///< fitted or failed, not cut short by the host
-  int32 status = 1;                  ///< 0 fitted, -1 regression could not be fitted, 1 other failure
+  bool finished = false;  ///< fitted or failed, not cut short by the host
+  int32 status = 1;       ///< 0 fitted, -1 regression could not be fitted, 1 other failure
   double loglik = failed_loglik;
   int32 iterations = failed_iterations;
   bool converged = false;
-  error_type report;                 ///< lines of a failed start
+  error_type report;  ///< lines of a failed start
 
   void take_results(const start_outcome& from) {
     finished = from.finished;
@@ -41,7 +42,7 @@ struct start_outcome {
 
 /// A fitted start with all it leaves behind.
 struct fitted_start {
-  int32 number = 0;                  ///< 1-based
+  int32 number = 0;  ///< 1-based
   param_type param;
   mlresult_type result;
   mlworkspace work;
@@ -54,6 +55,8 @@ struct start_search {
   bool random_rho = true;            ///< each start draws its own rho; otherwise all starts are
                                      ///< one, fitted once
   const array<double, 4>* fixed_rho = nullptr;  ///< values of fixed cells for random rho, or null
+  const stabilising_model* plain = nullptr;     ///< relabel its priors for every start, or null
+  prior_strengths strengths;
   estimation::em_controls controls;
   run_progress* progress = nullptr;
 };
@@ -66,6 +69,9 @@ std::unique_ptr<fitted_start> run_starts(const start_search& search,
 /// The start with the highest log-likelihood, the first of them; failed ones come last.
 /// \return 0 with its 1-based number, or -1
 int32 choose_start(const std::vector<start_outcome>& outcomes, int32& number, error_type& err);
+
+/// Random rho by a seed; `fixed`, when given, holds the host's values of fixed cells.
+int32 draw_rho(int32 seed, const array<double, 4>* fixed, param_type& param, error_type& err);
 
 /// One seed per start, drawn from a generator seeded with `seed` (below 1: by the clock). The first
 /// uniform after a small seed is close to 1, so one is drawn and discarded before each seed.

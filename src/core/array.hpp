@@ -1,4 +1,5 @@
-/// \file array.hpp  The one owning array of the engine: column-major, 1-based unless told otherwise.
+/// \file array.hpp  The one owning array of the engine: column-major, 1-based unless told
+/// otherwise.
 #pragma once
 
 #include <algorithm>
@@ -22,12 +23,12 @@ namespace tolvenra {
 /// `dynamic_allocation` where it must become a report.
 template <class T, std::size_t R>
 struct array {
-  bool allocated = false;            ///< an empty array is not an absent one
-  std::array<int32, R> n{};          ///< extents, never negative
-  std::array<int32, R> lower{};      ///< lower bounds, 1 unless told
-  std::array<int64, R> stride{};     ///< stride[0] == 1
-  int64 origin = 0;                  ///< minus the sum of stride * lower
-  std::vector<T> flat;               ///< elements, first index fastest
+  bool allocated = false;         ///< an empty array is not an absent one
+  std::array<int32, R> n{};       ///< extents, never negative
+  std::array<int32, R> lower{};   ///< lower bounds, 1 unless told
+  std::array<int64, R> stride{};  ///< stride[0] == 1
+  int64 origin = 0;               ///< minus the sum of stride * lower
+  std::vector<T> flat;            ///< elements, first index fastest
 
   /// Replaces the array by one of the given extents, all elements `fill`. \throws std::bad_alloc
   void allocate(const std::array<int32, R>& extents, const T& fill = T{}) {

@@ -115,24 +115,24 @@ struct alloc_operation<Element, R, Name, Module, std::index_sequence<K...>> {
   static constexpr routine here{Name.view(), Module.view()};
 
   template <class T>
-    requires(Element::template holds<T>)
-  int32 operator()(array<T, R>& a, repeated<K, int32>... upper, error_type& err,
-                   const std::optional<std::array<int32, R>>& lower = std::nullopt,
-                   const message& msg = std::nullopt) const {
+  requires(Element::template holds<T>) int32 operator()(
+      array<T, R>& a, repeated<K, int32>... upper, error_type& err,
+      const std::optional<std::array<int32, R>>& lower = std::nullopt,
+      const message& msg = std::nullopt) const {
     std::array<int32, R> first;
     first.fill(1);
     if (lower) first = *lower;
     const std::array<int32, R> last{upper...};
     std::array<int32, R> extents{};
     for (std::size_t k = 0; k < R; ++k)
-      extents[k] = static_cast<int32>(std::clamp<int64>(
-          int64{last[k]} - first[k] + 1, 0, std::numeric_limits<int32>::max()));
+      extents[k] = static_cast<int32>(
+          std::clamp<int64>(int64{last[k]} - first[k] + 1, 0, std::numeric_limits<int32>::max()));
     return allocate(a, first, extents, here, msg, err);
   }
 
   template <class T>
-    requires(Element::template holds<T>)
-  int32 operator()(array<T, R>& a, const array<int32, 1>& dims, error_type& err) const {
+  requires(Element::template holds<T>) int32 operator()(array<T, R>& a, const array<int32, 1>& dims,
+                                                        error_type& err) const {
     if (dims.size() != R) return refuse(error_code::not_conformable, here, std::nullopt, err);
     std::array<int32, R> first;
     first.fill(1);
@@ -145,8 +145,8 @@ struct alloc_operation<Element, R, Name, Module, std::index_sequence<K...>> {
 template <class Element, std::size_t R, literal Name, literal Module>
 struct dealloc_operation {
   template <class T>
-    requires(Element::template holds<T>)
-  int32 operator()(array<T, R>& a, error_type& err, const message& msg = std::nullopt) const {
+  requires(Element::template holds<T>) int32 operator()(array<T, R>& a, error_type& err,
+                                                        const message& msg = std::nullopt) const {
     return release(a, routine{Name.view(), Module.view()}, msg, err);
   }
 };
@@ -154,34 +154,34 @@ struct dealloc_operation {
 }  // namespace allocation
 
 // The members, once; the double releases of rank 3 to 7 are named without the underscore.
-#define TOLVENRA_PAIR(module, element, rank, alloc, dealloc)                                     \
+#define TOLVENRA_PAIR(module, element, rank, alloc, dealloc)                                       \
   inline constexpr allocation::alloc_operation<allocation::element, rank, #alloc, module> alloc{}; \
-  inline constexpr allocation::dealloc_operation<allocation::element, rank, #dealloc, module>    \
+  inline constexpr allocation::dealloc_operation<allocation::element, rank, #dealloc, module>      \
       dealloc{};
-#define TOLVENRA_MEMBERS(module)                                     \
-  TOLVENRA_PAIR(module, integers, 1, int1_alloc, int1_dealloc)       \
-  TOLVENRA_PAIR(module, integers, 2, int2_alloc, int2_dealloc)       \
-  TOLVENRA_PAIR(module, integers, 3, int3_alloc, int3_dealloc)       \
-  TOLVENRA_PAIR(module, integers, 4, int4_alloc, int4_dealloc)       \
-  TOLVENRA_PAIR(module, integers, 5, int5_alloc, int5_dealloc)       \
-  TOLVENRA_PAIR(module, integers, 6, int6_alloc, int6_dealloc)       \
-  TOLVENRA_PAIR(module, integers, 7, int7_alloc, int7_dealloc)       \
-  TOLVENRA_PAIR(module, reals, 1, dbl1_alloc, dbl1_dealloc)          \
-  TOLVENRA_PAIR(module, reals, 2, dbl2_alloc, dbl2_dealloc)          \
-  TOLVENRA_PAIR(module, reals, 3, dbl3_alloc, dbl3dealloc)           \
-  TOLVENRA_PAIR(module, reals, 4, dbl4_alloc, dbl4dealloc)           \
-  TOLVENRA_PAIR(module, reals, 5, dbl5_alloc, dbl5dealloc)           \
-  TOLVENRA_PAIR(module, reals, 6, dbl6_alloc, dbl6dealloc)           \
-  TOLVENRA_PAIR(module, reals, 7, dbl7_alloc, dbl7dealloc)           \
-  TOLVENRA_PAIR(module, texts, 1, str1_alloc, str1_dealloc)          \
-  TOLVENRA_PAIR(module, texts, 2, str2_alloc, str2_dealloc)          \
-  TOLVENRA_PAIR(module, texts, 3, str3_alloc, str3_dealloc)          \
-  TOLVENRA_PAIR(module, texts, 4, str4_alloc, str4_dealloc)          \
-  TOLVENRA_PAIR(module, texts, 5, str5_alloc, str5_dealloc)          \
-  TOLVENRA_PAIR(module, texts, 6, str6_alloc, str6_dealloc)          \
-  TOLVENRA_PAIR(module, texts, 7, str7_alloc, str7_dealloc)          \
-  TOLVENRA_PAIR(module, logicals, 1, log1_alloc, log1_dealloc)       \
-  TOLVENRA_PAIR(module, logicals, 2, log2_alloc, log2_dealloc)       \
+#define TOLVENRA_MEMBERS(module)                               \
+  TOLVENRA_PAIR(module, integers, 1, int1_alloc, int1_dealloc) \
+  TOLVENRA_PAIR(module, integers, 2, int2_alloc, int2_dealloc) \
+  TOLVENRA_PAIR(module, integers, 3, int3_alloc, int3_dealloc) \
+  TOLVENRA_PAIR(module, integers, 4, int4_alloc, int4_dealloc) \
+  TOLVENRA_PAIR(module, integers, 5, int5_alloc, int5_dealloc) \
+  TOLVENRA_PAIR(module, integers, 6, int6_alloc, int6_dealloc) \
+  TOLVENRA_PAIR(module, integers, 7, int7_alloc, int7_dealloc) \
+  TOLVENRA_PAIR(module, reals, 1, dbl1_alloc, dbl1_dealloc)    \
+  TOLVENRA_PAIR(module, reals, 2, dbl2_alloc, dbl2_dealloc)    \
+  TOLVENRA_PAIR(module, reals, 3, dbl3_alloc, dbl3dealloc)     \
+  TOLVENRA_PAIR(module, reals, 4, dbl4_alloc, dbl4dealloc)     \
+  TOLVENRA_PAIR(module, reals, 5, dbl5_alloc, dbl5dealloc)     \
+  TOLVENRA_PAIR(module, reals, 6, dbl6_alloc, dbl6dealloc)     \
+  TOLVENRA_PAIR(module, reals, 7, dbl7_alloc, dbl7dealloc)     \
+  TOLVENRA_PAIR(module, texts, 1, str1_alloc, str1_dealloc)    \
+  TOLVENRA_PAIR(module, texts, 2, str2_alloc, str2_dealloc)    \
+  TOLVENRA_PAIR(module, texts, 3, str3_alloc, str3_dealloc)    \
+  TOLVENRA_PAIR(module, texts, 4, str4_alloc, str4_dealloc)    \
+  TOLVENRA_PAIR(module, texts, 5, str5_alloc, str5_dealloc)    \
+  TOLVENRA_PAIR(module, texts, 6, str6_alloc, str6_dealloc)    \
+  TOLVENRA_PAIR(module, texts, 7, str7_alloc, str7_dealloc)    \
+  TOLVENRA_PAIR(module, logicals, 1, log1_alloc, log1_dealloc) \
+  TOLVENRA_PAIR(module, logicals, 2, log2_alloc, log2_dealloc) \
   TOLVENRA_PAIR(module, logicals, 3, log3_alloc, log3_dealloc)
 
 namespace dynamic_allocation {

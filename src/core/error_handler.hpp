@@ -97,7 +97,7 @@ std::vector<std::string> lines_of(const error_type& err);
 struct routine {
   std::string_view name, module;
   [[nodiscard]] std::string whichsub() const;  ///< "estep in MOD estimation"; the name alone
-                                             ///< without a module (the run drivers)
+                                               ///< without a module (the run drivers)
 };
 
 /// Reports under code 1000 lines of any number, then the routine line. \return -1

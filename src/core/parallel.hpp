@@ -26,8 +26,9 @@ inline int32 thread_count(int32 limit) {
   return limit >= 1 && limit < most ? limit : most;
 }
 
-/// Plain IEEE arithmetic for a scope: rounding to nearest, exceptions masked, denormal numbers kept.
-/// Hosts may compute with unmasked exceptions or flush-to-zero, and so may threads they started.
+/// Plain IEEE arithmetic for a scope: rounding to nearest, exceptions masked, denormal numbers
+/// kept. Hosts may compute with unmasked exceptions or flush-to-zero, and so may threads they
+/// started.
 class fp_environment_guard {
  public:
   fp_environment_guard() {

@@ -134,8 +134,9 @@ std::vector<std::uint32_t> sorted_cases(const case_columns& cases, const packed_
   radix_sorter sorter(n);
   if (cases.cov)  // least significant first
     for (int32 k = cases.cov->n[1]; k-- > 0;)
-      sorter.sort_by([values = cases.cov->data() + static_cast<std::size_t>(k) * n](
-                         std::size_t i) { return ordered_image(values[i]); });
+      sorter.sort_by([values = cases.cov->data() + static_cast<std::size_t>(k) * n](std::size_t i) {
+        return ordered_image(values[i]);
+      });
   for (std::size_t w = packed.words(); w-- > 0;)
     sorter.sort_by([&](std::size_t i) { return packed.key(i, w); });
   return sorter.order();

@@ -18,28 +18,28 @@ namespace tolvenra {
 /// The distinct covariate rows of each stratum; regressions run over them.
 struct covariate_patterns {
   int32 count = 0;
-  std::vector<int32> of_row;            ///< pattern of every distinct row, 1-based
-  std::vector<int32> stratum_start;     ///< nstr + 1 offsets, as in distinct_rows
-  std::vector<int32> first_case;        ///< count
-  std::vector<double> weight;           ///< count: sum of frequency times weight
+  std::vector<int32> of_row;         ///< pattern of every distinct row, 1-based
+  std::vector<int32> stratum_start;  ///< nstr + 1 offsets, as in distinct_rows
+  std::vector<int32> first_case;     ///< count
+  std::vector<double> weight;        ///< count: sum of frequency times weight
 };
 
 /// Immutable once built; offsets are 0-based, `row_of_case` and `first_case` are 1-based numbers.
 struct distinct_rows {
   int32 nrow = 0;
-  int32 ncol = 0;                       ///< response columns
-  bool any_missing = false;             ///< some response is 0
-  std::vector<std::uint8_t> codes8;     ///< nrow x ncol responses, row by row, when all fit 8 bits
-  std::vector<std::uint16_t> codes16;   ///< the same otherwise; one of the two is empty
-  std::vector<int32> shared;            ///< leading responses shared with the row before (same stratum)
-  std::vector<int32> stratum_start;     ///< nstr + 1 offsets: rows of stratum g are [g-1, g)
-  std::vector<int32> first_case;        ///< nrow: the row's first case
-  std::vector<int32> row_of_case;       ///< nkase
-  std::vector<double> cases;            ///< nrow: cases as the host gave them
-  std::vector<double> freq;             ///< nrow: sum of the frequencies
-  std::vector<double> weight;           ///< nrow: sum of frequency times weight
-  std::vector<double> weight2;          ///< nrow: sum of frequency times squared weight
-  covariate_patterns covariates;        ///< empty without covariates
+  int32 ncol = 0;                      ///< response columns
+  bool any_missing = false;            ///< some response is 0
+  std::vector<std::uint8_t> codes8;    ///< nrow x ncol responses, row by row, when all fit 8 bits
+  std::vector<std::uint16_t> codes16;  ///< the same otherwise; one of the two is empty
+  std::vector<int32> shared;  ///< leading responses shared with the row before (same stratum)
+  std::vector<int32> stratum_start;  ///< nstr + 1 offsets: rows of stratum g are [g-1, g)
+  std::vector<int32> first_case;     ///< nrow: the row's first case
+  std::vector<int32> row_of_case;    ///< nkase
+  std::vector<double> cases;         ///< nrow: cases as the host gave them
+  std::vector<double> freq;          ///< nrow: sum of the frequencies
+  std::vector<double> weight;        ///< nrow: sum of frequency times weight
+  std::vector<double> weight2;       ///< nrow: sum of frequency times squared weight
+  covariate_patterns covariates;     ///< empty without covariates
 
   [[nodiscard]] int32 response(int32 row, int32 column) const {  ///< 1-based both
     const std::size_t at = static_cast<std::size_t>(row - 1) * static_cast<std::size_t>(ncol) +
@@ -50,11 +50,11 @@ struct distinct_rows {
 
 /// What is collapsed; absent arrays are null. All shapes have been validated.
 struct case_columns {
-  const array<int32, 2>* y = nullptr;       ///< (nkase, ncol) responses, 0 missing
-  const array<int32, 1>* strata = nullptr;  ///< (nkase) 1..nstr
-  const array<double, 2>* cov = nullptr;    ///< (nkase, k), finite
-  const array<double, 1>* freq = nullptr;   ///< (nkase) > 0
-  const array<double, 1>* weight = nullptr; ///< (nkase) > 0
+  const array<int32, 2>* y = nullptr;        ///< (nkase, ncol) responses, 0 missing
+  const array<int32, 1>* strata = nullptr;   ///< (nkase) 1..nstr
+  const array<double, 2>* cov = nullptr;     ///< (nkase, k), finite
+  const array<double, 1>* freq = nullptr;    ///< (nkase) > 0
+  const array<double, 1>* weight = nullptr;  ///< (nkase) > 0
   int32 nstr = 1;
 };
 

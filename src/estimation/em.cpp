@@ -144,7 +144,38 @@ void fill_result(mlworkspace& work, mlresult_type& result) {
   result.filled = true;
 }
 
+template <std::size_t R>
+double log_prior_of(const prob_block<R>& block) {
+  double sum = 0.0;
+  for (std::size_t q = 0; q < block.pseudo.size(); ++q)
+    if (block.pseudo[q] > 0.0) sum += block.pseudo[q] * std::log(block.now.flat[q]);
+  return sum;
+}
+
+/// Pseudo-cases of the stabilising prior, spread over the covariate patterns by their weight.
+double log_prior_of(const logit_block<3>& beta, const class_counts& classes) {
+  double sum = 0.0;
+  const double* p = classes.prior.data();
+  for (const estimation::regression& fit : beta.fits) {
+    double total = 0.0;
+    double of_fit = 0.0;
+    for (int32 u = 1; u <= fit.x.n[0]; ++u, p += classes.width) {
+      total += fit.weight(u);
+      for (std::size_t c = 0; c < fit.prior.size(); ++c)
+        if (fit.prior[c] > 0.0 && !fit.absent[c])
+          of_fit += fit.weight(u) * fit.prior[c] * std::log(p[c]);
+    }
+    sum += fit.prior_ess / total * of_fit;
+  }
+  return sum;
+}
+
 }  // namespace
+
+double log_prior(const mlworkspace& work) {
+  return log_prior_of(work.rho) +
+         (work.beta.active ? log_prior_of(work.beta, work.classes) : log_prior_of(work.gamma));
+}
 
 int32 retrieve_parameters_from_workspace(param_type& param, const mlworkspace& work,
                                          error_type& err) {

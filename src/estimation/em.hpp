@@ -16,9 +16,9 @@ struct em_watch {
 };
 
 struct em_controls {
-  std::optional<double> criterion;    ///< largest absolute change at convergence, > 0; 1e-6
-  std::optional<int32> max_iter;      ///< at least 1; 10000
-  std::optional<int32> max_threads;   ///< below 1: the runtime's maximum
+  std::optional<double> criterion;   ///< largest absolute change at convergence, > 0; 1e-6
+  std::optional<int32> max_iter;     ///< at least 1; 10000
+  std::optional<int32> max_threads;  ///< below 1: the runtime's maximum
   em_watch watch;
 };
 
@@ -35,6 +35,10 @@ struct em_controls {
 int32 run_em_modelfit(const dataset_type& dataset, const model_type& model, param_type& param,
                       mlresult_type& result, mlworkspace& work, error_type& err,
                       const em_controls& controls = {});
+
+/// Logarithm of the priors in force at the estimates, up to a constant; with the log-likelihood it
+/// is what the iterations raise.
+double log_prior(const mlworkspace& work);
 
 /// Copies the estimates into the parameter set.
 int32 retrieve_parameters_from_workspace(param_type& param, const mlworkspace& work,

@@ -81,7 +81,8 @@ void add_blocks(mlworkspace& work) {
   for (const row_block& rows : work.scratch.blocks) {
     const double* from = work.scratch.counts.data() + rows.counts;
     double* to = classes.counts.data() + slab * static_cast<std::size_t>(rows.first_stratum);
-    const std::size_t values = slab * static_cast<std::size_t>(rows.end_stratum - rows.first_stratum);
+    const std::size_t values =
+        slab * static_cast<std::size_t>(rows.end_stratum - rows.first_stratum);
     for (std::size_t q = 0; q < values; ++q) to[q] += from[q];
   }
   work.em.loglik = 0.0;
@@ -132,8 +133,8 @@ void plan_estep(mlworkspace& work) {
   }
   const auto vectors = static_cast<std::size_t>(2 * (work.data.nci + 1) + 1);
   scratch.counts.assign(counts, 0.0);
-  scratch.stack.assign(vectors * static_cast<std::size_t>(work.classes.width) * scratch.blocks.size(),
-                       0.0);
+  scratch.stack.assign(
+      vectors * static_cast<std::size_t>(work.classes.width) * scratch.blocks.size(), 0.0);
   scratch.loglik.assign(scratch.blocks.size(), 0.0);
   scratch.failed_row.assign(scratch.blocks.size(), -1);
 }

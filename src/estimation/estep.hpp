@@ -14,12 +14,14 @@ void plan_estep(mlworkspace& work);
 ///
 /// A case of stratum g with responses y has the likelihood L = sum over classes c of
 /// gamma(c, g) * product over the items j with a response of rho(j, c, y_j, g), and the posterior
-/// class probabilities of Bayes' rule. The counts that the M-steps need are summed in the same pass.
-/// \param[in,out] work  loaded; reads gamma.now and rho.now, writes em.loglik [natural log, weighted]
+/// class probabilities of Bayes' rule. The counts that the M-steps need are summed in the same
+/// pass. \param[in,out] work  loaded; reads gamma.now and rho.now, writes em.loglik [natural log,
+/// weighted]
 ///                      and classes.counts; with post.keep also post.cls and post.likelihood.
 /// \param[in,out] err   "post_denom" when a case's likelihood is below 2.2250738585072014e-308.
-/// \return 0, or -1 with the outputs unspecified. Parallel over rows; same bits at any thread count.
-/// Source: Goodman (1974), Biometrika 61, 215-231; Dempster, Laird & Rubin (1977), JRSS B 39, 1-38.
+/// \return 0, or -1 with the outputs unspecified. Parallel over rows; same bits at any thread
+/// count. Source: Goodman (1974), Biometrika 61, 215-231; Dempster, Laird & Rubin (1977), JRSS B
+/// 39, 1-38.
 int32 estep(mlworkspace& work, error_type& err);
 
 }  // namespace tolvenra::estimation

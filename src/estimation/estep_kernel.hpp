@@ -17,21 +17,21 @@ namespace tolvenra::estep_kernel {
 /// What one block of rows reads and writes; rows and offsets are 0-based.
 struct block {
   int32 ncol = 0, nc = 0, width = 0, slots = 0;
-  const int32* item_slot = nullptr;        ///< slot of every item's missing response
-  const int32* shared = nullptr;           ///< leading responses shared with the row before
-  const int32* stratum_start = nullptr;    ///< rows of stratum g: [g-1, g)
-  const double* weight = nullptr;          ///< by row
-  const double* table = nullptr;           ///< nstr slabs, see class_counts
-  const double* prior = nullptr;           ///< by covariate pattern and class, or null: slot 0
-  const int32* pattern = nullptr;          ///< covariate pattern of every row, 1-based, with `prior`
+  const int32* item_slot = nullptr;      ///< slot of every item's missing response
+  const int32* shared = nullptr;         ///< leading responses shared with the row before
+  const int32* stratum_start = nullptr;  ///< rows of stratum g: [g-1, g)
+  const double* weight = nullptr;        ///< by row
+  const double* table = nullptr;         ///< nstr slabs, see class_counts
+  const double* prior = nullptr;         ///< by covariate pattern and class, or null: slot 0
+  const int32* pattern = nullptr;        ///< covariate pattern of every row, 1-based, with `prior`
   int32 first_row = 0, end_row = 0;
   int32 first_stratum = 0, end_stratum = 0;  ///< 0-based strata that the block touches
-  double* counts = nullptr;                ///< slabs of these strata, zeroed by the caller
-  double* stack = nullptr;                 ///< 2 (ncol + 1) + 1 vectors of `width`
-  double* posterior = nullptr;             ///< by row and class (nc apart), or null: not wanted
-  double* likelihood = nullptr;            ///< by row, or null
-  double loglik = 0.0;                     ///< out: sum of weight * log(likelihood)
-  int32 failed_row = -1;                   ///< out: first row whose likelihood underflows
+  double* counts = nullptr;                  ///< slabs of these strata, zeroed by the caller
+  double* stack = nullptr;                   ///< 2 (ncol + 1) + 1 vectors of `width`
+  double* posterior = nullptr;               ///< by row and class (nc apart), or null: not wanted
+  double* likelihood = nullptr;              ///< by row, or null
+  double loglik = 0.0;                       ///< out: sum of weight * log(likelihood)
+  int32 failed_row = -1;                     ///< out: first row whose likelihood underflows
 };
 
 /// \tparam W  padded class count as a constant, 0 for any multiple of eight.
@@ -85,8 +85,8 @@ class class_rows {
     for (int32 c = 0; c < n_; ++c) f[c] *= by[c];
   }
 
-  /// Adds weight * log(likelihood). Rows of weight 1 are multiplied first: one logarithm for dozens of
-  /// rows, and less rounding than the sum of their logarithms.
+  /// Adds weight * log(likelihood). Rows of weight 1 are multiplied first: one logarithm for dozens
+  /// of rows, and less rounding than the sum of their logarithms.
   void add_log(double weight, double likelihood) {
     if (weight != 1.0 || likelihood < 1e-100) {
       b_.loglik += weight * std::log(likelihood);
@@ -149,7 +149,7 @@ class class_rows {
   double* pending_;  ///< posteriors of finished rows that share the first j responses
   const double* table_ = nullptr;
   double* counts_ = nullptr;
-  double* spare_;    ///< room for one vector
+  double* spare_;       ///< room for one vector
   double chain_ = 1.0;  ///< product of likelihoods whose logarithm is still to be added
 };
 

@@ -34,7 +34,9 @@ int32 refuse_parameters(error_type& err, std::string_view first, std::string_vie
               {text("Unable to load parameter set into workspace;"), text(first), text(second)});
 }
 
-bool same_categories(const array<int32, 1>& a, const array<int32, 1>& b) { return a.flat == b.flat; }
+bool same_categories(const array<int32, 1>& a, const array<int32, 1>& b) {
+  return a.flat == b.flat;
+}
 
 int32 check_items_and_latent(const param_type& param, const mlworkspace& work, error_type& err) {
   const case_data& data = work.data;
@@ -116,14 +118,12 @@ int32 put_dataset(const dataset_type& dataset, mlworkspace& work, error_type& er
   constexpr routine here{"put_dataset", "estimation"};
   if (nullify_mlworkspace(work, err) != 0)
     return fail(err, here, {text("Could not deallocate mlworkspace.")});
-  if (!dataset.y)
-    return fail(err, here, {text("Could not transfer work%y.")});
+  if (!dataset.y) return fail(err, here, {text("Could not transfer work%y.")});
   copy_sizes(dataset, work.data);
   work.rows = rows_of(dataset);
   work.given.dataset = dataset;
   work.data.missing = work.rows->any_missing;
-  work.data.total_weight =
-      std::accumulate(work.rows->weight.begin(), work.rows->weight.end(), 0.0);
+  work.data.total_weight = std::accumulate(work.rows->weight.begin(), work.rows->weight.end(), 0.0);
   work.data.nkase_by_str.allocate({work.data.nstr});
   for (const int32 g : dataset.strata.flat) ++work.data.nkase_by_str(g);
   work.initialised = true;

@@ -1,12 +1,12 @@
 /// \file mlworkspace.hpp  The working record of one maximum-likelihood run, module `estimation`.
 ///
-/// Filled by `put_dataset`, `put_model` and `put_param`, in that order; then read and written by the
-/// EM loop and the fit statistics. The records below nest what belongs together. Names that differ
-/// from those of the formulas:
+/// Filled by `put_dataset`, `put_model` and `put_param`, in that order; then read and written by
+/// the EM loop and the fit statistics. The records below nest what belongs together. Names that
+/// differ from those of the formulas:
 ///
-///   new_gamma, old_gamma, gamma_numerator, sum_fix_gamma ...   gamma.now, gamma.old, gamma.numerator ...
-///   combined_weight by case                                    rows->weight by distinct row
-///   kase_by_str                                                rows->stratum_start
+///   new_gamma, old_gamma, gamma_numerator, sum_fix_gamma ...   gamma.now, gamma.old,
+///   gamma.numerator ... combined_weight by case                                    rows->weight by
+///   distinct row kase_by_str                                                rows->stratum_start
 ///   indic_ci, ciy                                              rows->response (0 is missing)
 ///   post_cls by case                                           post.cls by distinct row
 #pragma once
@@ -35,19 +35,19 @@ struct case_data {
   int32 ncov = 0, ncov_delta = 0, ncov_tau = 0;
   array<int32, 1> nrc, nrs;
   bool aggregated = false, weighted = false, clustered = false, missing = false;
-  array<int32, 1> nkase_by_str;        ///< (nstr) cases of each stratum
-  double total_weight = 0.0;           ///< sum of frequency times weight, the number of cases without
+  array<int32, 1> nkase_by_str;  ///< (nstr) cases of each stratum
+  double total_weight = 0.0;     ///< sum of frequency times weight, the number of cases without
 };
 
 /// A family of regressions in the workspace: coefficients in the parameter's shape and one fit per
 /// row of categories (for beta: per stratum).
 template <std::size_t R>
 struct logit_block {
-  bool active = false;                          ///< the categories are regressed on covariates
-  array<double, R> now, old;                    ///< estimates (new_, old_)
+  bool active = false;        ///< the categories are regressed on covariates
+  array<double, R> now, old;  ///< estimates (new_, old_)
   std::vector<estimation::regression> fits;
-  std::vector<std::vector<double>> shares;      ///< of the binary form, one vector per fit
-  bool use_prior = false;                       ///< a stabilising prior is in use
+  std::vector<std::vector<double>> shares;  ///< of the binary form, one vector per fit
+  bool use_prior = false;                   ///< a stabilising prior is in use
   int32 n_estimated = 0;
 };
 
@@ -67,16 +67,16 @@ struct posteriors {
 /// Rows of one block of the parallel sums and the strata that they touch, 0-based.
 struct row_block {
   int32 first_row = 0, end_row = 0, first_stratum = 0, end_stratum = 0;
-  std::size_t counts = 0;          ///< offset of the block's slabs in the scratch
+  std::size_t counts = 0;  ///< offset of the block's slabs in the scratch
 };
 
 /// Scratch of the E-step, sized once.
 struct estep_scratch {
   std::vector<row_block> blocks;
-  std::vector<double> counts;      ///< slabs of all blocks
-  std::vector<double> stack;       ///< one stack of class vectors per block
-  std::vector<double> loglik;      ///< one per block
-  std::vector<int32> failed_row;   ///< one per block, -1 for none
+  std::vector<double> counts;     ///< slabs of all blocks
+  std::vector<double> stack;      ///< one stack of class vectors per block
+  std::vector<double> loglik;     ///< one per block
+  std::vector<int32> failed_row;  ///< one per block, -1 for none
 };
 
 /// State and settings of the iterations.

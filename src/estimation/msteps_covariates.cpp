@@ -35,7 +35,8 @@ pattern_range patterns_of(const mlworkspace& work, int32 g) {
 }
 
 /// Covariates of a stratum's patterns behind a column of ones.
-void fill_design(const mlworkspace& work, int32 first_pattern, int32 first_column, regression& fit) {
+void fill_design(const mlworkspace& work, int32 first_pattern, int32 first_column,
+                 regression& fit) {
   const array<double, 2>& cov = *work.given.dataset.cov;
   const covariate_patterns& patterns = work.rows->covariates;
   for (int32 u = 1; u <= fit.x.n[0]; ++u) {
@@ -78,6 +79,20 @@ void load_regression(const mlworkspace& work, int32 g, regression& fit) {
   }
 }
 
+/// Starting coefficients against the reference: its column becomes zero, the others change by as
+/// much, which leaves the probabilities as they were. Columns that are not estimated become zero.
+void refer_to_baseline(const regression& fit, array<double, 3>& beta, int32 g) {
+  for (int32 j = 1; j <= beta.n[0]; ++j) {
+    const double reference = fit.binary > 0 ? 0.0 : beta(j, fit.baseline, g);
+    for (int32 c = 1; c <= beta.n[1]; ++c) {
+      const bool estimated =
+          fit.binary > 0 ? c == fit.binary
+                         : c != fit.baseline && !fit.absent[static_cast<std::size_t>(c - 1)];
+      beta(j, c, g) = estimated ? beta(j, c, g) - reference : 0.0;
+    }
+  }
+}
+
 /// Outcome totals of a stratum's patterns: weighted posteriors of their rows, in row order.
 void fill_outcomes(const mlworkspace& work, int32 g, int32 first_pattern, regression& fit) {
   std::fill(fit.y.flat.begin(), fit.y.flat.end(), 0.0);
@@ -109,6 +124,7 @@ int32 load_beta(mlworkspace& work, error_type& err) {
   for (int32 g = 1; g <= work.data.nstr; ++g) {
     load_regression(work, g, beta.fits.emplace_back());
     beta.shares.push_back(starting_shares(work, g, beta.fits.back().binary));
+    refer_to_baseline(beta.fits.back(), beta.now, g);
     beta.n_estimated += regression_parameters(beta.fits.back());
   }
   work.gamma.n_estimated = 0;  // gamma follows from beta
@@ -124,7 +140,8 @@ int32 predict_gamma(mlworkspace& work, error_type& err) {
     const auto at = static_cast<std::size_t>(g - 1);
     const regression& fit = work.beta.fits[at];
     double* p = work.classes.prior.data() + std::ptrdiff_t{width} * patterns_of(work, g).first;
-    if (predict(fit, &work.beta.now(1, 1, g), work.beta.shares[at], p, width, "gamma", here, err) != 0)
+    if (predict(fit, &work.beta.now(1, 1, g), work.beta.shares[at], p, width, "gamma", here, err) !=
+        0)
       return -1;
     double total = 0.0;
     for (int32 c = 1; c <= work.latent.nc; ++c) work.gamma.now(c, g) = 0.0;

@@ -1,5 +1,5 @@
-/// \file msteps_covariates.hpp  M-steps of the probabilities that are regressed on covariates, module
-/// `estimation`.
+/// \file msteps_covariates.hpp  M-steps of the probabilities that are regressed on covariates,
+/// module `estimation`.
 #pragma once
 
 #include "core/error_handler.hpp"
@@ -11,9 +11,9 @@ namespace tolvenra::estimation {
 /// Equality and nonzero fixed restrictions on gamma are refused.
 int32 load_beta(mlworkspace& work, error_type& err);
 
-/// Class probabilities of every covariate pattern from beta.now; gamma.now becomes their average over
-/// the cases of each stratum.
-/// \return 0, or -1 with "exp for gamma" (predictor above 709.782712893384) or "denom for gamma"
+/// Class probabilities of every covariate pattern from beta.now; gamma.now becomes their average
+/// over the cases of each stratum. \return 0, or -1 with "exp for gamma" (predictor above
+/// 709.782712893384) or "denom for gamma"
 int32 predict_gamma(mlworkspace& work, error_type& err);
 
 /// Regresses the posterior classes on the covariates, stratum by stratum, and predicts anew.

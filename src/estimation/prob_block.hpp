@@ -1,8 +1,8 @@
-/// \file prob_block.hpp  A family of probability vectors in the workspace: gamma, rho, delta, tau or
-/// big_rho with everything that its M-step needs.
+/// \file prob_block.hpp  A family of probability vectors in the workspace: gamma, rho, delta, tau
+/// or big_rho with everything that its M-step needs.
 ///
-/// Each family is a set of rows that sum to one along one dimension of a column-major array; what is
-/// done to a row (decoding, counting, priors, the update, differences) is one routine for all.
+/// Each family is a set of rows that sum to one along one dimension of a column-major array; what
+/// is done to a row (decoding, counting, priors, the update, differences) is one routine for all.
 #pragma once
 
 #include <vector>
@@ -17,15 +17,15 @@ namespace tolvenra {
 template <std::size_t R>
 struct prob_block {
   row_layout rows;
-  array<double, R> now, old;             ///< estimates (new_, old_) in the parameter's shape
-  array<int32, R> code;                  ///< 0 fixed, 1 free, k >= 2 equality group k
-  array<double, R> numerator;            ///< expected counts plus pseudo-counts
-  bool use_prior = false;                ///< a prior was given and some of it counts
-  std::vector<double> pseudo;            ///< its pseudo-counts, ess times prior, in the flat order
-  std::vector<double> denominator;       ///< one per row: counts of the elements that are not fixed
-  estimation::row_solver solver;                     ///< the decoded restrictions
-  int32 shared_rows = 0;                 ///< rows that differ; the others are copies (equal strata)
-  int32 n_estimated = 0;                 ///< parameters that EM estimates
+  array<double, R> now, old;        ///< estimates (new_, old_) in the parameter's shape
+  array<int32, R> code;             ///< 0 fixed, 1 free, k >= 2 equality group k
+  array<double, R> numerator;       ///< expected counts plus pseudo-counts
+  bool use_prior = false;           ///< a prior was given and some of it counts
+  std::vector<double> pseudo;       ///< its pseudo-counts, ess times prior, in the flat order
+  std::vector<double> denominator;  ///< one per row: counts of the elements that are not fixed
+  estimation::row_solver solver;    ///< the decoded restrictions
+  int32 shared_rows = 0;            ///< rows that differ; the others are copies (equal strata)
+  int32 n_estimated = 0;            ///< parameters that EM estimates
 };
 
 }  // namespace tolvenra

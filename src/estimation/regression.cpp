@@ -113,8 +113,7 @@ class fitter {
     int32 iterations = 0;
     bool converged = false;
     double loglik = 0.0;
-    const int32 slots =
-        logit_model::slots_for(fit_.x.n[0], fit_.x.n[1], fit_.outcome.n[1]);
+    const int32 slots = logit_model::slots_for(fit_.x.n[0], fit_.x.n[1], fit_.outcome.n[1]);
     if (logit_model::run_logit_model_threads(fit_.x, fit_.outcome, nullptr, baseline_, iterations,
                                              converged, loglik, beta, fit_.mask, 1, slots, limit,
                                              fit_.logit, report_) != 0)
@@ -195,10 +194,10 @@ int32 report_failure(attempt reached, bool prior_in_use, const fitter& newton, c
     return fail(err, here,
                 {text("Logit model did not converge after 5"), text(" attempts."),
                  text("Could not fit logit model. The problem occured in"), text(where)});
-  return fail(err, here,
-              {text("Logit model did not converge after 5"), text(" attempts."),
-               text("Could not fit logit model. We suggest"),
-               text("using the BETA PRIOR statement.")});
+  return fail(
+      err, here,
+      {text("Logit model did not converge after 5"), text(" attempts."),
+       text("Could not fit logit model. We suggest"), text("using the BETA PRIOR statement.")});
 }
 
 /// Proportions of the categories that the binary form does not compare; 0 for the compared one.
@@ -263,7 +262,8 @@ int32 predict(const regression& fit, const double* beta, const std::vector<doubl
       p[c - 1] = 0.0;
       const bool reference = fit.binary > 0 ? c != fit.binary : c == fit.baseline;
       if (reference || fit.absent[static_cast<std::size_t>(c - 1)]) continue;
-      for (int32 j = 1; j <= columns; ++j) p[c - 1] += fit.x(u, j) * beta[(c - 1) * columns + j - 1];
+      for (int32 j = 1; j <= columns; ++j)
+        p[c - 1] += fit.x(u, j) * beta[(c - 1) * columns + j - 1];
       if (!(p[c - 1] <= largest_exponent))
         return fail(err, here, error_code::exp_too_large, {text("exp for ", name)});
       most = std::max(most, p[c - 1]);

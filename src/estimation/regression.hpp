@@ -1,11 +1,11 @@
-/// \file regression.hpp  Logistic regressions of latent categories, module `estimation`: the machinery
-/// that the M-steps with covariates share.
+/// \file regression.hpp  Logistic regressions of latent categories, module `estimation`: the
+/// machinery that the M-steps with covariates share.
 ///
 /// The outcomes are posterior probabilities summed over the cases of a covariate pattern, so a fit
 /// runs over distinct covariate rows. Two forms:
 /// - baseline-category: log(P_k / P_b) = x'beta_k for every category k but the baseline b;
-/// - binary: logit P_k = x'b for one category k; the others share 1 - P_k in constant proportions q.
-/// Source: Dayton & Macready (1988), JASA 83, 173-178; Bandeen-Roche et al. (1997), JASA 92,
+/// - binary: logit P_k = x'b for one category k; the others share 1 - P_k in constant proportions
+/// q. Source: Dayton & Macready (1988), JASA 83, 173-178; Bandeen-Roche et al. (1997), JASA 92,
 /// 1375-1386.
 #pragma once
 
@@ -21,19 +21,19 @@ namespace tolvenra::estimation {
 
 /// One regression over the covariate patterns of a stratum.
 struct regression {
-  array<double, 2> x;              ///< (n, p) covariates, the intercept in column 1
-  array<double, 2> y;              ///< (n, r) outcome totals of the patterns
-  array<double, 1> weight;         ///< (n) case weight of every pattern
-  int32 baseline = 1;              ///< reference category
-  int32 binary = 0;                ///< compared category of the binary form, 0 for the other
-  std::vector<bool> absent;        ///< (r) structural zeros: the category takes no part
-  std::vector<double> prior;       ///< (r) stabilising prior; empty: none
-  double prior_ess = 0.0;          ///< its worth in cases, spread over the patterns by weight
+  array<double, 2> x;         ///< (n, p) covariates, the intercept in column 1
+  array<double, 2> y;         ///< (n, r) outcome totals of the patterns
+  array<double, 1> weight;    ///< (n) case weight of every pattern
+  int32 baseline = 1;         ///< reference category
+  int32 binary = 0;           ///< compared category of the binary form, 0 for the other
+  std::vector<bool> absent;   ///< (r) structural zeros: the category takes no part
+  std::vector<double> prior;  ///< (r) stabilising prior; empty: none
+  double prior_ess = 0.0;     ///< its worth in cases, spread over the patterns by weight
 
   // work arrays, reused
-  array<double, 2> outcome;        ///< (n, fitted categories)
+  array<double, 2> outcome;  ///< (n, fitted categories)
   array<double, 2> coefficients, trial;
-  array<int32, 1> mask;            ///< (n) 1 where a pattern takes part
+  array<int32, 1> mask;  ///< (n) 1 where a pattern takes part
   logit_mt_workspace_type logit;
 };
 

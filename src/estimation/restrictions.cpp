@@ -60,9 +60,10 @@ int32 decode(prob_block<R>& block, const wording& words, error_type& err) {
   }
   block.solver = row_solver(block.code.flat, block.now.flat, block.rows, block.shared_rows);
   if (!block.solver.consistent(block.now.flat))
-    return fail(err, words.here,
-                {text("The equality and fixed restrictions on the ", words.parameters, " parameters"),
-                 text("cannot all be satisfied at the same time.")});
+    return fail(
+        err, words.here,
+        {text("The equality and fixed restrictions on the ", words.parameters, " parameters"),
+         text("cannot all be satisfied at the same time.")});
   row_layout shared = block.rows;
   shared.nrows = block.shared_rows;
   block.n_estimated = number_of_parameters_estimated(block.code.flat, shared);
@@ -81,13 +82,13 @@ bool codes_equal_across_strata(const array<int32, 4>& code) {
 
 int32 get_info_from_gamma_restriction(mlworkspace& work, error_type& err) {
   work.gamma.shared_rows = work.gamma.rows.nrows;
-  return decode(work.gamma,
-                {{"get_info_from_gamma_restriction", "estimation"},
-                 {"Gamma parameter restrictions were FIXED for all",
-                  "latent classes in a row; please free the",
-                  "gamma parameters for at least one class."},
-                 "gamma"},
-                err);
+  return decode(
+      work.gamma,
+      {{"get_info_from_gamma_restriction", "estimation"},
+       {"Gamma parameter restrictions were FIXED for all",
+        "latent classes in a row; please free the", "gamma parameters for at least one class."},
+       "gamma"},
+      err);
 }
 
 int32 get_info_from_rho_restriction(mlworkspace& work, error_type& err) {

@@ -14,8 +14,8 @@
 namespace tolvenra::estimation {
 
 /// Validate the codes of one family and decode them into its solver: an equality number used once,
-/// rows without anything to estimate, groups whose sums cannot be met and, for rho held equal across
-/// strata, codes that differ between strata are refused. \return 0 or -1
+/// rows without anything to estimate, groups whose sums cannot be met and, for rho held equal
+/// across strata, codes that differ between strata are refused. \return 0 or -1
 int32 get_info_from_gamma_restriction(mlworkspace& work, error_type& err);
 int32 get_info_from_rho_restriction(mlworkspace& work, error_type& err);
 

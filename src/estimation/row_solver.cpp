@@ -72,7 +72,8 @@ void solve_semidefinite(std::vector<double>& h, std::vector<double>& d) {
 /// Rank of a matrix of small whole numbers, given by its rows.
 int32 rank(std::vector<std::vector<double>> a) {
   std::size_t done = 0;
-  for (std::size_t column = 0; !a.empty() && column < a.front().size() && done < a.size(); ++column) {
+  for (std::size_t column = 0; !a.empty() && column < a.front().size() && done < a.size();
+       ++column) {
     std::size_t pivot = done;
     for (std::size_t i = done; i < a.size(); ++i)
       if (std::abs(a[i][column]) > std::abs(a[pivot][column])) pivot = i;
@@ -106,7 +107,8 @@ void row_solver::decode(std::span<const int32> codes, std::span<const double> va
   for (std::size_t m = 0; m < rows_.size(); ++m) {
     double fixed = 0.0;
     for (int32 r = 0; r < layout.length[m]; ++r) {
-      const auto at = static_cast<std::size_t>(layout.base(static_cast<int64>(m)) + r * layout.step);
+      const auto at =
+          static_cast<std::size_t>(layout.base(static_cast<int64>(m)) + r * layout.step);
       if (codes[at] == 0) fixed += values[at];
       if (codes[at] == 1) rows_[m].free.push_back(at);
       if (codes[at] >= 2) {
@@ -221,13 +223,14 @@ void row_solver::solve_pooled(const component& c) {
     groups_[k].value = left * groups_[k].count / (groups_[k].links.front().members * total);
 }
 
-/// The dual function, its gradient (what each row's sum lacks) and whether lambda lies in its domain.
+/// The dual function, its gradient (what each row's sum lacks) and whether lambda lies in its
+/// domain.
 struct row_solver::dual_point {
   bool inside = true;
   double value = 0.0;
-  double residual = 0.0;             ///< largest absolute gradient element
+  double residual = 0.0;  ///< largest absolute gradient element
   std::vector<double> gradient;
-  std::vector<double> group_sums;    ///< a_g
+  std::vector<double> group_sums;  ///< a_g
 };
 
 row_solver::dual_point row_solver::evaluate(const component& c,
@@ -277,8 +280,7 @@ bool row_solver::minimise_dual(component& c) {
       const double curvature = g.count / (at.group_sums[q] * at.group_sums[q]);
       for (const link& a : g.links)
         for (const link& b : g.links)
-          hessian[rows_[a.row].local * n + rows_[b.row].local] +=
-              curvature * a.members * b.members;
+          hessian[rows_[a.row].local * n + rows_[b.row].local] += curvature * a.members * b.members;
     }
     solve_semidefinite(hessian, direction);
     const double slope =
@@ -351,8 +353,8 @@ void row_solver::write(const component& c, std::span<const double> counts,
     const bool lifted = c.kind != path::apart && total < r.free_count;
     const bool informative = r.free.size() > 1 && total > 0.0 && !lifted;
     for (const std::size_t at : r.free)
-      values[at] = informative ? left * counts[at] / total
-                               : left / static_cast<double>(r.free.size());
+      values[at] =
+          informative ? left * counts[at] / total : left / static_cast<double>(r.free.size());
   }
 }
 

@@ -5,7 +5,8 @@
 /// (code >= 2). With counts n_i the update maximises sum n_i log p_i subject to
 ///     sum of free p_i + sum over groups of m_rg v_g = S_r,     S_r = 1 - sum of fixed elements,
 /// m_rg the members of g in r. Lagrange gives p_i = n_i / lambda_r and v_g = N_g / a_g with
-/// a_g = sum_r m_rg lambda_r, N_g = sum of the counts of g's members, and lambda minimises the convex
+/// a_g = sum_r m_rg lambda_r, N_g = sum of the counts of g's members, and lambda minimises the
+/// convex
 ///     D(lambda) = sum S_r lambda_r - sum F_r log lambda_r - sum N_g log a_g,
 /// F_r the counts of r's free elements. Rows that no group links are solved apart: in closed form
 /// where that is exact, else by a damped Newton method on D.
@@ -28,8 +29,8 @@ class row_solver {
   row_solver() = default;
   /// Decodes the first `nrows` rows of `codes`; the fixed elements are read from `values`.
   /// \throws std::bad_alloc
-  row_solver(std::span<const int32> codes, std::span<const double> values,
-             const row_layout& layout, int32 nrows);
+  row_solver(std::span<const int32> codes, std::span<const double> values, const row_layout& layout,
+             int32 nrows);
 
   /// Writes the new values of all elements that are not fixed.
   /// \param counts       expected counts plus pseudo-counts, in the layout of `values`

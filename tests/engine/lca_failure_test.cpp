@@ -33,7 +33,8 @@ TEST(LcaFailure, SaysWhatIsWrong) {
        "If neither a starting value dataset nor a positive integer seed\r\n"
        "is specified, then the NSTARTS option must be used.\r\nOCCURRED IN: runlca"},
       {"no criterion", [](auto& p) { p.criterion = 0.0; },
-       "Convergence criterion must be positive.\r\nOCCURRED IN: run_em_modelfit in MOD estimation\r\n"
+       "Convergence criterion must be positive.\r\nOCCURRED IN: run_em_modelfit in MOD "
+       "estimation\r\n"
        "The model could not be fitted from any\r\nset of starting values.\r\nOCCURRED IN: runlca"},
       {"group without cases",
        [](auto& p) {
@@ -69,11 +70,12 @@ TEST(LcaFailure, AnImpossibleCaseEndsTheRun) {
     fit.rho_ref(1, c, 2, 1) = 1.0;
   }
   EXPECT_EQ(fit.run(), -1);
-  EXPECT_EQ(trimmed(fit.message),
-            "Attempted division by zero\r\npost_denom\r\nOCCURRED IN: estep in MOD estimation\r\n"
-            "E-step for LTA failed at iteration 1\r\nOCCURRED IN: run_em_modelfit in MOD estimation\r\n"
-            "The model could not be fitted from any\r\nset of starting values.\r\n"
-            "OCCURRED IN: runlca");
+  EXPECT_EQ(
+      trimmed(fit.message),
+      "Attempted division by zero\r\npost_denom\r\nOCCURRED IN: estep in MOD estimation\r\n"
+      "E-step for LTA failed at iteration 1\r\nOCCURRED IN: run_em_modelfit in MOD estimation\r\n"
+      "The model could not be fitted from any\r\nset of starting values.\r\n"
+      "OCCURRED IN: runlca");
   EXPECT_EQ(fit.start_status[0], 1);
   EXPECT_EQ(fit.start_iter[0], -1);
 }
@@ -84,12 +86,13 @@ TEST(LcaFailure, AClassWithoutCasesEndsTheRun) {
   fit.gamma = {1.0, 0.0};
   fit.rho.assign(12, 0.5);
   EXPECT_EQ(fit.run(), -1);
-  EXPECT_EQ(trimmed(fit.message),
-            "Attempted division by zero\r\nrtmp_denom\r\nOCCURRED IN: mstep_rho in MOD estimation\r\n"
-            "M-step for RHO failed at iteration 1\r\n"
-            "OCCURRED IN: run_em_modelfit in MOD estimation\r\n"
-            "The model could not be fitted from any\r\nset of starting values.\r\n"
-            "OCCURRED IN: runlca");
+  EXPECT_EQ(
+      trimmed(fit.message),
+      "Attempted division by zero\r\nrtmp_denom\r\nOCCURRED IN: mstep_rho in MOD estimation\r\n"
+      "M-step for RHO failed at iteration 1\r\n"
+      "OCCURRED IN: run_em_modelfit in MOD estimation\r\n"
+      "The model could not be fitted from any\r\nset of starting values.\r\n"
+      "OCCURRED IN: runlca");
 }
 
 TEST(LcaFailure, TheHostCanCancel) {

@@ -104,8 +104,7 @@ TEST(LcaFit, FrequenciesEqualTheExpandedData) {
   EXPECT_NEAR(table.bic, cases.bic, 1e-8);
   EXPECT_NEAR(table.fit_extra[0], cases.fit_extra[0], 1e-8);
   EXPECT_NEAR(table.fit_extra[3], cases.fit_extra[3], 1e-8);
-  for (std::size_t q = 0; q < table.rho.size(); ++q)
-    EXPECT_NEAR(table.rho[q], cases.rho[q], 1e-8);
+  for (std::size_t q = 0; q < table.rho.size(); ++q) EXPECT_NEAR(table.rho[q], cases.rho[q], 1e-8);
 }
 
 TEST(LcaFit, GivesTheSameBitsAtEveryThreadCount) {

@@ -16,7 +16,8 @@ std::string trimmed(const std::string& message) {
 
 /// Index of an element of rho in the flat array.
 std::size_t rho_index(const lca_problem& fit, int j, int c, int r, int g = 1) {
-  return static_cast<std::size_t>(j - 1 + fit.nci * (c - 1 + fit.nc * (r - 1 + fit.nrcmax() * (g - 1))));
+  return static_cast<std::size_t>(j - 1 +
+                                  fit.nci * (c - 1 + fit.nc * (r - 1 + fit.nrcmax() * (g - 1))));
 }
 
 lca_problem with_free_codes(lca_problem fit) {
@@ -29,8 +30,8 @@ lca_problem with_free_codes(lca_problem fit) {
 }
 
 // Goodman (1974), table of restricted models for the role conflict data: the unrestricted two-class
-// model H1 has G2 = 2.72 on 6 degrees of freedom; model H2 sets the error rates of item A to zero in
-// class 1 and gives 2.72 on 7 (its estimate lies on that boundary).
+// model H1 has G2 = 2.72 on 6 degrees of freedom; model H2 sets the error rates of item A to zero
+// in class 1 and gives 2.72 on 7 (its estimate lies on that boundary).
 TEST(LcaRestriction, FixedCellsKeepTheirBitsFromEveryStart) {
   lca_problem fit = with_free_codes(example("stouffer_toby.csv", 2));
   fit.nstarts = 8;
@@ -107,9 +108,9 @@ TEST(LcaRestriction, RandomPatternsReachFirstOrderConditions) {
     SCOPED_TRACE(trial);
     std::vector<std::int32_t> nrc;
     for (int j = 0; j < 4 + pick(2); ++j) nrc.push_back(2 + pick(3));
-    lca_problem fit = with_free_codes(
-        simulate(150 + pick(200), nrc, 2 + pick(2), static_cast<unsigned>(trial), pick(3) * 0.05,
-                 1 + pick(2)));
+    lca_problem fit =
+        with_free_codes(simulate(150 + pick(200), nrc, 2 + pick(2), static_cast<unsigned>(trial),
+                                 pick(3) * 0.05, 1 + pick(2)));
     fit.rho_equal_strata = fit.nstr > 1 && pick(2) == 0;
     if (pick(3) == 0) fit.rho_prior = 0.5 + pick(3);
     if (pick(3) == 0) fit.gamma_prior = 1.0 + pick(3);
@@ -165,16 +166,25 @@ TEST(LcaRestriction, ImpossibleCodesAreRefused) {
     std::vector<double> values;
     std::string lines;
   } cases[] = {
-      {"a lone equality number", {{0, 2}}, {}, {},
+      {"a lone equality number",
+       {{0, 2}},
+       {},
+       {},
        "Equality number must appear at least twice.\r\n"
        "OCCURRED IN: get_info_from_rho_restriction in MOD estimation\r\n"
        "Could not get info from rho_restrictions."},
-      {"all classes fixed", {}, {{0, 0}, {1, 0}}, {},
+      {"all classes fixed",
+       {},
+       {{0, 0}, {1, 0}},
+       {},
        "Gamma parameter restrictions were FIXED for all\r\n"
        "latent classes in a row; please free the\r\ngamma parameters for at least one class.\r\n"
        "OCCURRED IN: get_info_from_gamma_restriction in MOD estimation\r\n"
        "Could not get info from gamma_restrictions."},
-      {"a negative code", {{0, -1}}, {}, {},
+      {"a negative code",
+       {{0, -1}},
+       {},
+       {},
        "The following element in rho_restrictions was negative:\r\n( 1, 1, 1, 1 ) = -1\r\n"
        "OCCURRED IN: put_rho_restrictions in MOD param"},
   };

@@ -3,7 +3,8 @@
 
 namespace tolvenra::test {
 
-/// From now on `count` allocations succeed and all later ones throw std::bad_alloc; below 0: none does.
+/// From now on `count` allocations succeed and all later ones throw std::bad_alloc; below 0: none
+/// does.
 void fail_after(long count);
 
 }  // namespace tolvenra::test

@@ -1,6 +1,7 @@
 #include "support/lca_problem.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -41,6 +42,10 @@ api::lca_call lca_problem::prepare() {
                      static_cast<std::size_t>(nrcmax()) * static_cast<std::size_t>(nstr);
   gamma.resize(static_cast<std::size_t>(nc) * static_cast<std::size_t>(nstr));
   rho.resize(cells);
+  beta.resize(static_cast<std::size_t>((ncov + 1) * nc * nstr));
+  test_stat.resize(static_cast<std::size_t>(ncov));
+  test_p.resize(test_stat.size());
+  test_status.resize(test_stat.size());
   given_gamma = gamma;
   given_rho = rho;
   post_cls.assign(n * static_cast<std::size_t>(nc), 0.0);
@@ -70,6 +75,16 @@ api::lca_call lca_problem::prepare() {
   call.weight_given = weight.empty() ? 0 : 1;
   call.strata = address(strata);
   call.clusters = address(clusters);
+  call.cov = address(cov);
+  call.beta = ncov > 0 ? beta.data() : nullptr;
+  call.baseline_gamma = &baseline;
+  call.binary_gamma = &binary;
+  call.binary_wanted = binary > 0 ? 1 : 0;
+  call.beta_prior_strength = beta_prior;
+  call.want_tests = want_tests ? 1 : 0;
+  call.test_stat = ncov > 0 && want_tests ? test_stat.data() : nullptr;
+  call.test_p = test_p.data();
+  call.test_status = test_status.data();
   call.freq = address(freq);
   call.weight = address(weight);
   call.nc = nc;
@@ -128,6 +143,24 @@ api::lca_call lca_problem::prepare() {
   call.msg_len = msg_len;
   call.message = text_.data();
   return call;
+}
+
+double lca_problem::class_probability(int k, int c) const {
+  const int g = stratum(k);
+  if (ncov == 0 || nc < 2) return gamma_at(c, g);
+  std::vector<double> weights;
+  double total = 0.0;
+  for (int other = 1; other <= nc; ++other) {
+    double eta = 0.0;
+    for (int j = 0; j <= ncov; ++j) eta += cov_at(k, j) * beta_at(j, other, g);
+    weights.push_back(std::exp(eta));
+    total += weights.back();
+  }
+  if (binary == 0) return weights[index(c)] / total;
+  // The compared class by its logit; the others share the rest as they do on average.
+  const double compared = weights[index(binary)] / (1.0 + weights[index(binary)]);
+  if (c == binary) return compared;
+  return (1.0 - compared) * gamma_at(c, g) / (1.0 - gamma_at(binary, g));
 }
 
 int lca_problem::run() {

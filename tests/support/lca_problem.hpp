@@ -1,5 +1,5 @@
-/// \file lca_problem.hpp  A latent class analysis as a host poses it, and the naive oracle that checks
-/// every fit from the raw data with no code of the engine.
+/// \file lca_problem.hpp  A latent class analysis as a host poses it, and the naive oracle that
+/// checks every fit from the raw data with no code of the engine.
 #pragma once
 
 #include <array>
@@ -22,6 +22,12 @@ struct lca_problem {
   double criterion = 1e-6;
   double rho_prior = 0.0, gamma_prior = 0.0;
   int ncov = 0, se_option = 0;
+  std::vector<double> cov, beta;
+  int baseline = 1, binary = 0;  ///< reference class, or the class of a binary regression
+  double beta_prior = 0.0;
+  bool want_tests = false;
+  std::vector<double> test_stat, test_p;
+  std::vector<std::int32_t> test_status;
   std::vector<std::int32_t> gamma_restrictions, rho_restrictions;
   tolvenra_progress* progress = nullptr;
 
@@ -35,7 +41,8 @@ struct lca_problem {
   std::array<double, 8> fit_extra{};
   std::uint8_t converged = 0;
   std::int32_t iterations = -1, overflow = 0, apparent_df = 0, cat_df = 0, n_clusters = 0;
-  double max_abs_diff = 0, mean_abs_diff = 0, loglik = 0, G2 = 0, aic = 0, bic = 0, caic = 0, abic = 0;
+  double max_abs_diff = 0, mean_abs_diff = 0, loglik = 0, G2 = 0, aic = 0, bic = 0, caic = 0,
+         abic = 0;
   double entropyraw = 0, entropy = 0, cat_loglik = 0, cat_g2 = 0, deff = 0;
   double cluster_min = 0, cluster_max = 0;
   std::string message;
@@ -51,6 +58,16 @@ struct lca_problem {
   [[nodiscard]] int stratum(int k) const { return strata.empty() ? 1 : strata[index(k)]; }
   [[nodiscard]] double case_weight(int k) const {
     return (freq.empty() ? 1.0 : freq[index(k)]) * (weight.empty() ? 1.0 : weight[index(k)]);
+  }
+  /// Class probability of a case: its stratum's, or that of its covariates.
+  [[nodiscard]] double class_probability(int k, int c) const;
+  [[nodiscard]] double cov_at(int k, int j) const {
+    return j == 0 ? 1.0 : cov[index(k) + index(j) * static_cast<std::size_t>(nkase)];
+  }
+  [[nodiscard]] double beta_at(int j, int c, int g) const {  // j = 0 is the intercept
+    return beta[static_cast<std::size_t>(j) +
+                static_cast<std::size_t>(ncov + 1) *
+                    (index(c) + static_cast<std::size_t>(nc) * index(g))];
   }
   /// Log-likelihood of the current gamma and rho, by summing every case on its own.
   [[nodiscard]] double naive_loglik() const;

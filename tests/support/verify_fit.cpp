@@ -22,7 +22,7 @@ double class_likelihood(const lca_problem& fit, int k, int c) {
 std::vector<double> joint(const lca_problem& fit, int k) {
   std::vector<double> f;
   for (int c = 1; c <= fit.nc; ++c)
-    f.push_back(fit.gamma_at(c, fit.stratum(k)) * class_likelihood(fit, k, c));
+    f.push_back(fit.class_probability(k, c) * class_likelihood(fit, k, c));
   return f;
 }
 
@@ -112,6 +112,15 @@ void verify_statistics(const lca_problem& fit) {
     expected[key] = sum(joint(fit, k));
     of_stratum[fit.stratum(k)] += fit.case_weight(k);
   }
+  if (fit.ncov > 0)  // expected counts need the average over the covariates
+    for (int k = 1; k <= fit.nkase; ++k) {
+      std::vector<int> key{fit.stratum(k)};
+      for (int j = 1; j <= fit.nci; ++j) key.push_back(fit.response(k, j));
+      double average = 0.0;
+      for (int c = 1; c <= fit.nc; ++c)
+        average += fit.gamma_at(c, fit.stratum(k)) * class_likelihood(fit, k, c);
+      expected[key] = average;
+    }
   double saturated = 0.0;
   double x2 = 0.0;
   double covered = 0.0;
@@ -131,7 +140,8 @@ void verify_statistics(const lca_problem& fit) {
 }
 
 void verify_history(const lca_problem& fit) {
-  const bool prior = fit.rho_prior > 0.0 || fit.gamma_prior > 0.0;  // then the penalised value rises
+  const bool prior = fit.rho_prior > 0.0 || fit.gamma_prior > 0.0 ||
+                     fit.beta_prior > 0.0;  // then the penalised value rises
   const bool restricted = !fit.rho_restrictions.empty() || fit.rho_equal_strata;
   // Starting values need not meet the restrictions, so the first step may lose likelihood.
   for (int i = restricted ? 2 : 1; i < fit.iterations && !prior; ++i) {
@@ -147,8 +157,8 @@ void verify_history(const lca_problem& fit) {
   EXPECT_EQ(fit.converged, fit.max_abs_diff <= fit.criterion ? 255 : 0);
 }
 
-/// Expected counts at the estimates, the prior's pseudo-counts among them: elements of gamma, then of
-/// rho, in the layout of the arrays.
+/// Expected counts at the estimates, the prior's pseudo-counts among them: elements of gamma, then
+/// of rho, in the layout of the arrays.
 std::vector<double> expected_counts(const lca_problem& fit) {
   lca_problem counts = fit;
   std::fill(counts.gamma.begin(), counts.gamma.end(), fit.gamma_prior / fit.nc);
@@ -161,7 +171,8 @@ std::vector<double> expected_counts(const lca_problem& fit) {
     for (int g = 1; g <= fit.nstr; ++g)
       for (int c = 1; c <= fit.nc; ++c)
         for (int r = 1; r <= fit.nrc[static_cast<std::size_t>(j - 1)]; ++r)
-          counts.rho_ref(j, c, r, g) = fit.rho_prior * observed[static_cast<std::size_t>(r)] / total;
+          counts.rho_ref(j, c, r, g) =
+              fit.rho_prior * observed[static_cast<std::size_t>(r)] / total;
   }
   for (int k = 1; k <= fit.nkase; ++k) {
     const auto f = joint(fit, k);
@@ -193,8 +204,8 @@ constraints collect(const lca_problem& fit) {
   const auto counts = expected_counts(fit);
   std::map<std::array<int, 3>, std::size_t> groups;  // family, code, stratum (0 when shared)
   std::map<std::array<int, 3>, std::size_t> shared;  // rho cells that strata share
-  const auto add = [&](int family, int code, double value, double count, std::vector<std::size_t>& row,
-                       std::array<int, 3> cell) {
+  const auto add = [&](int family, int code, double value, double count,
+                       std::vector<std::size_t>& row, std::array<int, 3> cell) {
     if (code == 0) return;
     const bool tied = code >= 2;
     auto& known = tied ? groups : shared;
@@ -210,7 +221,7 @@ constraints collect(const lca_problem& fit) {
   };
   std::size_t q = 0;
   int serial = 0;
-  for (int g = 1; g <= fit.nstr && fit.nc > 1; ++g) {
+  for (int g = 1; g <= fit.nstr && fit.nc > 1 && fit.ncov == 0; ++g) {
     std::vector<std::size_t> row;
     for (int c = 1; c <= fit.nc; ++c) {
       q = static_cast<std::size_t>(c - 1 + (g - 1) * fit.nc);
@@ -228,8 +239,9 @@ constraints collect(const lca_problem& fit) {
         for (int r = 1; r <= fit.nrc[static_cast<std::size_t>(j - 1)]; ++r) {
           q = static_cast<std::size_t>(index.rho_at(j, c, r, g));
           const int code = fit.rho_restrictions.empty() ? 1 : fit.rho_restrictions[q];
-          const std::array<int, 3> cell =
-              fit.rho_equal_strata ? std::array<int, 3>{j, c, r} : std::array<int, 3>{-1, 0, ++serial};
+          const std::array<int, 3> cell = fit.rho_equal_strata
+                                              ? std::array<int, 3>{j, c, r}
+                                              : std::array<int, 3>{-1, 0, ++serial};
           add(1, code, fit.rho[q], counts[fit.gamma.size() + q], row, cell);
         }
         if (g == 1 || !fit.rho_equal_strata) all.rows.push_back(row);
@@ -237,10 +249,10 @@ constraints collect(const lca_problem& fit) {
   return all;
 }
 
-/// First-order conditions of the constrained maximum: multipliers exist with count = value * (sum of
-/// the multipliers of the parameter's rows), found by least squares (conjugate gradients).
+/// First-order conditions of the constrained maximum: multipliers exist with count = value * (sum
+/// of the multipliers of the parameter's rows), found by least squares (conjugate gradients).
 void verify_stationary(const lca_problem& fit) {
-  if (!fit.converged) return;
+  if (!fit.converged || (fit.ncov > 0 && fit.rho_prior > 0.0)) return;
   const constraints all = collect(fit);
   const std::size_t n = all.value.size();
   const auto apply = [&](const std::vector<double>& lambda) {

@@ -44,9 +44,9 @@ double objective(const pattern& p, const std::vector<double>& values) {
   return sum;
 }
 
-/// The same maximum by another road: a primal Newton method over the distinct parameters x > 0 under
-/// A x = s from an infeasible start; parameters without counts weigh 1e-9.
-/// Source: Boyd & Vandenberghe (2004), Convex Optimization, section 10.3.
+/// The same maximum by another road: a primal Newton method over the distinct parameters x > 0
+/// under A x = s from an infeasible start; parameters without counts weigh 1e-9. Source: Boyd &
+/// Vandenberghe (2004), Convex Optimization, section 10.3.
 double maximise_primal(const pattern& p) {
   std::map<int32, std::size_t> group;
   std::vector<std::vector<double>> a(static_cast<std::size_t>(p.rows.nrows));
@@ -124,7 +124,8 @@ double maximise_primal(const pattern& p) {
 void expect_sums(const pattern& p, const std::vector<double>& values) {
   for (int32 m = 0; m < p.rows.nrows; ++m) {
     double sum = 0.0;
-    for (int32 r = 0; r < p.rows.length[static_cast<std::size_t>(m)]; ++r) sum += values[p.at(m, r)];
+    for (int32 r = 0; r < p.rows.length[static_cast<std::size_t>(m)]; ++r)
+      sum += values[p.at(m, r)];
     EXPECT_NEAR(sum, 1.0, 1e-12) << "row " << m;
   }
 }
@@ -172,8 +173,14 @@ TEST(RowSolver, TellsImpossiblePatterns) {
     std::vector<int32> codes;
     std::vector<double> values;
     bool possible;
-  } cases[] = {  // cells by category, then by row
-      {"all of two against all of three", 2, 3, {2, 2, 2, 2, 0, 2}, {.5, .3, .5, .3, 0., .3}, false},
+  } cases[] = {
+      // cells by category, then by row
+      {"all of two against all of three",
+       2,
+       3,
+       {2, 2, 2, 2, 0, 2},
+       {.5, .3, .5, .3, 0., .3},
+       false},
       {"shared element, other fixed sums", 2, 2, {0, 0, 2, 2}, {.4, .3, .6, .7}, false},
       {"shared element and free rest", 2, 3, {0, 0, 2, 2, 1, 1}, {.4, .3, .3, .3, .3, .4}, true},
       {"mirrored binary rows", 2, 2, {2, 3, 3, 2}, {.4, .6, .6, .4}, true},
@@ -252,7 +259,8 @@ TEST(RowSolver, ReachesTheConstrainedMaximumOnRandomPatterns) {
         EXPECT_EQ(shared.try_emplace(p.codes[q], values[q]).first->second, values[q]);
       }
     // Elements without counts may keep a mass of 1e-9 of the row, hence the tolerance.
-    EXPECT_NEAR(objective(p, values), maximise_primal(p), 1e-6 * (1 + std::abs(objective(p, values))));
+    EXPECT_NEAR(objective(p, values), maximise_primal(p),
+                1e-6 * (1 + std::abs(objective(p, values))));
   }
   EXPECT_GT(solved, 1500);
   EXPECT_GT(linked, 1000);

@@ -1,0 +1,140 @@
+#include <cmath>
+#include <limits>
+
+#include "api/host_arrays.hpp"
+#include "api/lca_run.hpp"
+#include "numerics/cdf.hpp"
+
+namespace tolvenra::api {
+namespace {
+
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr int32 not_positive = 5, not_converged = 2;
+
+/// The data and estimates of a fit with one covariate left out.
+struct reduced_model {
+  dataset_type dataset;
+  param_type param;
+};
+
+array<double, 2> without_column(const array<double, 2>& cov, int32 left_out) {
+  array<double, 2> rest;
+  rest.allocate({cov.n[0], cov.n[1] - 1});
+  for (int32 j = 1, to = 1; j <= cov.n[1]; ++j) {
+    if (j == left_out) continue;
+    std::copy_n(cov.column(j), cov.n[0], rest.column(to++));
+  }
+  return rest;
+}
+
+array<double, 3> without_row(const array<double, 3>& beta, int32 left_out) {
+  array<double, 3> rest;
+  rest.allocate({beta.n[0] - 1, beta.n[1], beta.n[2]});
+  for (int32 g = 1; g <= beta.n[2]; ++g)
+    for (int32 c = 1; c <= beta.n[1]; ++c)
+      for (int32 j = 1, to = 1; j <= beta.n[0]; ++j)
+        if (j != left_out) rest(to++, c, g) = beta(j, c, g);
+  return rest;
+}
+
+int32 put_options(const param_type& full, param_type& reduced, error_type& err) {
+  using namespace param;
+  if (put_rho_equal_across_strata(full.rho_equal_across_strata, reduced, err) != 0 ||
+      put_gamma_restrictions(full.gamma_restrictions, reduced, err) != 0 ||
+      put_rho_restrictions(full.rho_restrictions, reduced, err) != 0 ||
+      put_gamma(full.gamma, reduced, err) != 0 || put_rho(full.rho, reduced, err) != 0 ||
+      put_baseline_gamma(full.baseline_gamma, reduced, err) != 0)
+    return -1;
+  if (full.gamma_binary_regression && put_binary_gamma(full.binary_gamma, reduced, err) != 0)
+    return -1;
+  if (full.rho_prior_set && (put_rho_prior(full.rho_prior, reduced, err) != 0 ||
+                             put_rho_prior_ess(full.rho_prior_ess, reduced, err) != 0))
+    return -1;
+  return 0;
+}
+
+/// The prior of the regression; without any covariate left it is one of the class shares.
+int32 put_class_prior(const param_type& full, param_type& reduced, error_type& err) {
+  if (!full.beta_stabilizing_prior_set) return 0;
+  if (reduced.ncov > 0)
+    return param::put_beta_stabilizing_prior(full.beta_stabilizing_prior,
+                                             full.beta_stabilizing_prior_ess, reduced, err);
+  array<double, 1> ess;
+  ess.allocate({full.nstr}, full.beta_stabilizing_prior_ess);
+  if (param::put_gamma_prior(full.beta_stabilizing_prior, reduced, err) != 0) return -1;
+  return param::put_gamma_prior_ess(ess, reduced, err);
+}
+
+int32 leave_out(const dataset_type& dataset, const param_type& full, int32 covariate,
+                reduced_model& reduced, error_type& err) {
+  reduced.dataset = dataset;
+  const array<double, 2> cov = without_column(*dataset.cov, covariate);
+  if (dataset::put_ncov(full.ncov - 1, reduced.dataset, err) != 0 ||
+      (full.ncov > 1 && dataset::put_cov(cov, reduced.dataset, err) != 0))
+    return -1;
+  array<int32, 1> dims;
+  if (param::get_dims(full, dims, err) != 0) return -1;
+  dims(4) = full.ncov - 1;
+  if (param::put_dims(dims, reduced.param, err) != 0 ||
+      put_options(full, reduced.param, err) != 0 || put_class_prior(full, reduced.param, err) != 0)
+    return -1;
+  return param::put_beta(without_row(full.beta, covariate + 1), reduced.param, err);
+}
+
+/// Twice the loss of log-likelihood without covariate i; its status.
+int32 test_one(lca_run& run, int32 covariate, double& statistic) {
+  error_type report;
+  reduced_model reduced;
+  mlresult_type result;
+  mlworkspace work;
+  run_progress::fit_view view{&run.progress, covariate, true};
+  estimation::em_controls controls{run.call.criterion, run.call.max_iter, run.call.max_threads,
+                                   view.watch()};
+  statistic = nan;
+  if (leave_out(run.dataset, run.best->param, covariate, reduced, report) != 0 ||
+      estimation::run_em_modelfit(reduced.dataset, run.model, reduced.param, result, work, report,
+                                  controls) != 0)
+    return regression_failed(report) ? -1 : 1;
+  statistic = 2.0 * (run.best->result.loglik - result.loglik);
+  return result.converged ? 0 : not_converged;
+}
+
+/// Tail and final status of an entry.
+int32 fill_tail(lca_run& run, std::size_t i) {
+  const lca_call& call = run.call;
+  const double df = (call.binary_wanted ? 1.0 : call.nc - 1.0) * call.nstr;
+  run.test_p[i] = 1.0;
+  if (run.test_stat[i] > 0.0) return upper_tail(run.test_stat[i], df, run.test_p[i], run.err);
+  if (run.test_stat[i] <= 0.0) run.test_status[i] = not_positive;
+  return 0;
+}
+
+}  // namespace
+
+int32 upper_tail(double statistic, double df, double& q, error_type& err) {
+  q = nan;
+  if (!(df > 0.0) || std::isnan(statistic)) return 0;
+  q = 1.0;
+  double p = 0.0;
+  return statistic > 0.0 ? cdf::cdf_chi(1, p, q, statistic, df, err) : 0;
+}
+
+int32 test_covariates(lca_run& run) {
+  const lca_call& call = run.call;
+  if (!call.test_stat || call.ncov < 1 || call.nc < 2) return 0;
+  const auto count = static_cast<std::size_t>(call.ncov);
+  run.test_stat.assign(call.test_stat, call.test_stat + count);
+  run.test_p.assign(count, 1.0);
+  run.test_status.assign(count, 0);
+  if (call.want_tests) run.progress.begin_stage(run_stage::covariate_tests, call.ncov);
+  for (std::size_t i = 0; i < count; ++i) {
+    if (call.want_tests)
+      run.test_status[i] = test_one(run, static_cast<int32>(i) + 1, run.test_stat[i]);
+    if (run.progress.cancelled())
+      return fail(run.err, runlca_routine, {text("The run was cancelled by the host.")});
+    if (fill_tail(run, i) != 0) return -1;
+  }
+  return 0;
+}
+
+}  // namespace tolvenra::api

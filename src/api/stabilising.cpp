@@ -1,0 +1,104 @@
+#include "api/stabilising.hpp"
+
+#include <algorithm>
+
+#include "numerics/assignment.hpp"
+
+namespace tolvenra::api {
+namespace {
+
+double squared_distance(const param_type& a, int32 class_a, const param_type& b, int32 class_b,
+                        int32 g) {
+  double sum = 0.0;
+  for (int32 j = 1; j <= a.nci; ++j)
+    for (int32 r = 1; r <= a.nrc(j); ++r) {
+      const double difference = a.rho(j, class_a, r, g) - b.rho(j, class_b, r, g);
+      sum += difference * difference;
+    }
+  return sum;
+}
+
+}  // namespace
+
+int32 drop_covariates(const dataset_type& dataset, const param_type& param,
+                      stabilising_model& plain, error_type& err) {
+  plain.dataset = dataset;
+  if (dataset::put_ncov(0, plain.dataset, err) != 0) return -1;
+  estimation::rows_of(plain.dataset);
+  array<int32, 1> dims;
+  if (param::get_dims(param, dims, err) != 0) return -1;
+  dims(4) = 0;
+  if (param::put_dims(dims, plain.param, err) != 0 ||
+      param::put_rho_equal_across_strata(param.rho_equal_across_strata, plain.param, err) != 0 ||
+      param::put_gamma_restrictions(param.gamma_restrictions, plain.param, err) != 0 ||
+      param::put_rho_restrictions(param.rho_restrictions, plain.param, err) != 0 ||
+      param::put_gamma(param.gamma, plain.param, err) != 0)
+    return -1;
+  return param::put_rho(param.rho, plain.param, err);
+}
+
+int32 put_stabilising_priors(const param_type& plain, const array<int32, 2>& class_of,
+                             const prior_strengths& strengths, param_type& param, error_type& err) {
+  array<double, 2> gamma = plain.gamma;
+  array<double, 4> rho = plain.rho;
+  for (int32 g = 1; g <= param.nstr; ++g)
+    for (int32 c = 1; c <= param.nc; ++c) {
+      gamma(c, g) = plain.gamma(class_of(c, g), g);
+      for (int32 r = 1; r <= param.nrcmax; ++r)
+        for (int32 j = 1; j <= param.nci; ++j) rho(j, c, r, g) = plain.rho(j, class_of(c, g), r, g);
+    }
+  if (strengths.rho > 0.0) {
+    array<double, 3> ess;
+    ess.allocate({param.nci, param.nc, param.nstr}, strengths.rho);
+    if (param::put_rho_prior(rho, param, err) != 0 ||
+        param::put_rho_prior_ess(ess, param, err) != 0)
+      return -1;
+  }
+  if (strengths.gamma > 0.0) {
+    array<double, 1> ess;
+    ess.allocate({param.nstr}, strengths.gamma);
+    if (param::put_gamma_prior(gamma, param, err) != 0 ||
+        param::put_gamma_prior_ess(ess, param, err) != 0)
+      return -1;
+  }
+  if (strengths.beta > 0.0)
+    return param::put_beta_stabilizing_prior(gamma, strengths.beta, param, err);
+  return 0;
+}
+
+array<int32, 2> match_labels(const param_type& start, const param_type& plain) {
+  array<int32, 2> class_of;
+  class_of.allocate({start.nc, start.nstr});
+  for (int32 g = 1; g <= start.nstr; ++g) {
+    if (g > 1 && start.rho_equal_across_strata) {
+      for (int32 c = 1; c <= start.nc; ++c) class_of(c, g) = class_of(c, 1);
+      continue;
+    }
+    array<double, 2> cost;
+    cost.allocate({start.nc, start.nc});
+    for (int32 c = 1; c <= start.nc; ++c)
+      for (int32 other = 1; other <= start.nc; ++other)
+        cost(c, other) = squared_distance(start, c, plain, other, g);
+    const auto columns = assignment::least_cost(cost);
+    std::copy(columns.begin(), columns.end(), class_of.column(g));
+  }
+  return class_of;
+}
+
+array<int32, 2> own_labels(const param_type& param) {
+  array<int32, 2> class_of;
+  class_of.allocate({param.nc, param.nstr});
+  for (int32 g = 1; g <= param.nstr; ++g)
+    for (int32 c = 1; c <= param.nc; ++c) class_of(c, g) = c;
+  return class_of;
+}
+
+bool classes_are_labelled(const param_type& param) {
+  const auto restricted = [](int32 code) { return code != 1; };
+  return std::any_of(param.gamma_restrictions.flat.begin(), param.gamma_restrictions.flat.end(),
+                     restricted) ||
+         std::any_of(param.rho_restrictions.flat.begin(), param.rho_restrictions.flat.end(),
+                     restricted);
+}
+
+}  // namespace tolvenra::api
