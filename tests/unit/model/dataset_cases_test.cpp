@@ -106,11 +106,11 @@ TEST(PutY, ChecksEveryCellAgainstItsOwnItem) {
             in("put_y", not_ready)}});
 }
 
-TEST(PutY, ReportsTheFirstRowWhateverTheColumn) {
+TEST(PutY, ReportsTheFirstRowThenTheFirstColumn) {
   dataset_type d;
   error_type err;
   check(put_nrc(vector_of({2, 2, 0}), d, err), err);
-  const auto y = array_of<int32, 2>({3, 3}, {1, 1, 7, 1, 8, 1, 0, 0, 1});
+  const auto y = array_of<int32, 2>({3, 3}, {1, 1, 7, 1, 8, 1, 0, 1, 1});
   EXPECT_EQ(put_y(y, d, err), -1);
   EXPECT_EQ(lines_of(err), in("put_y", {"Row 2, column 2 of the response (y) array",
                                         " is inconsistent with nrc; the value was 8"}));
@@ -134,7 +134,7 @@ TEST(PutY, MovesAMatrixInSharesItWithCopiesAndReturnsARefusedOne) {
 }
 
 TEST(PutY, DropsWhatNoLongerFitsAnotherNumberOfCases) {
-  for (const int32 nkase : {2, 3}) {
+  for (const int32 nkase : {1, 2, 3}) {
     dataset_type d = with_cases();
     error_type err;
     check(put_nstr(2, d, err), err);
