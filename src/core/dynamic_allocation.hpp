@@ -103,6 +103,19 @@ int32 allocate(array<T, R>& a, const std::array<int32, R>& lower,
   return a.allocated ? 0 : refuse(error_code::allocation, here, msg, err);
 }
 
+/// Runs `body`, which allocates what `label` names; running out of memory becomes its report.
+/// \return 0 or -1
+template <class Body>
+int32 allocate_under(std::string_view label, const routine& here, error_type& err, Body&& body) {
+  try {
+    body();
+    return 0;
+  } catch (const std::bad_alloc&) {
+  } catch (const std::length_error&) {
+  }
+  return refuse(error_code::allocation, here, label, err);
+}
+
 template <std::size_t, class T>
 using repeated = T;
 
@@ -121,7 +134,7 @@ struct alloc_operation<Element, R, Name, Module, std::index_sequence<K...>> {
       const message& msg = std::nullopt) const {
     std::array<int32, R> first;
     first.fill(1);
-    if (lower) first = *lower;
+    first = lower.value_or(first);
     const std::array<int32, R> last{upper...};
     std::array<int32, R> extents{};
     for (std::size_t k = 0; k < R; ++k)

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "core/dynamic_allocation.hpp"
 #include "core/parallel.hpp"
 #include "estimation/estep.hpp"
 #include "estimation/fit_stats.hpp"
@@ -106,6 +107,16 @@ int32 run_estep(mlworkspace& work, error_type& err) {
   return fail(err, here, {text("E-step for LTA failed at iteration ", work.em.iter)});
 }
 
+/// The histories grow with the iterations: the limit may be far beyond what a run needs.
+int32 note_history(em_state& em, error_type& err) {
+  using allocation::allocate_under;
+  if (allocate_under("run_em_modelfit: work%llvec", here, err,
+                     [&] { em.llvec.push_back(em.loglik); }) != 0)
+    return -1;
+  return allocate_under("run_em_modelfit: work%madvec", here, err,
+                        [&] { em.madvec.push_back(em.max_abs_diff); });
+}
+
 int32 iterate(mlworkspace& work, const em_watch& watch, error_type& err) {
   em_state& em = work.em;
   while (!em.converged && em.iter < em.max_iter) {
@@ -115,8 +126,7 @@ int32 iterate(mlworkspace& work, const em_watch& watch, error_type& err) {
     work.beta.old.flat = work.beta.now.flat;
     if (run_estep(work, err) != 0 || run_msteps(work, err) != 0) return -1;
     note_change(work);
-    em.llvec.push_back(em.loglik);
-    em.madvec.push_back(em.max_abs_diff);
+    if (note_history(em, err) != 0) return -1;
     em.converged = em.criterion >= em.max_abs_diff;
     if (watch.cancelled && watch.cancelled(watch.context, em))
       return fail(err, here, {text("The run was cancelled by the host.")});
@@ -201,8 +211,8 @@ int32 run_em_modelfit(const dataset_type& dataset, const model_type& model, para
   if (run_estep(work, err) != 0) return -1;
   if (retrieve_parameters_from_workspace(param, work, err) != 0)
     return fail(err, here, {text("Failed to retrieve parameters from workspace.")});
-  fill_result(work, result);
-  return 0;
+  return allocation::allocate_under("run_em_modelfit: mlresult%llvec", here, err,
+                                    [&] { fill_result(work, result); });
 }
 
 }  // namespace tolvenra::estimation

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "core/dynamic_allocation.hpp"
 #include "estimation/estep.hpp"
 #include "estimation/mlworkspace.hpp"
 #include "estimation/msteps_covariates.hpp"
@@ -40,17 +41,28 @@ void load_prior(bool given, const array<double, R>& prior, const std::vector<dou
 
 int32 load_mlworkspace_param(mlworkspace& work, error_type& err) {
   constexpr routine here{"load_mlworkspace_param", "estimation"};
+  using allocation::allocate_under;
   const param_type& param = work.given.param;
   work.rho_equal_across_strata = param.rho_equal_across_strata;
-  load_block(param.gamma, param.gamma_restrictions, param::gamma_rows(param), work.gamma);
-  load_block(param.rho, param.rho_restrictions, param::rho_rows(param), work.rho);
-  load_prior(param.gamma_prior_set, param.gamma_prior, param.gamma_prior_ess.flat, work.gamma);
-  load_prior(param.rho_prior_set, param.rho_prior, param.rho_prior_ess.flat, work.rho);
+  if (allocate_under("load_mlworkspace_param: work%new_gamma", here, err,
+                     [&] {
+                       load_block(param.gamma, param.gamma_restrictions, param::gamma_rows(param),
+                                  work.gamma);
+                       load_prior(param.gamma_prior_set, param.gamma_prior,
+                                  param.gamma_prior_ess.flat, work.gamma);
+                     }) != 0 ||
+      allocate_under("load_mlworkspace_param: work%new_rho", here, err, [&] {
+        load_block(param.rho, param.rho_restrictions, param::rho_rows(param), work.rho);
+        load_prior(param.rho_prior_set, param.rho_prior, param.rho_prior_ess.flat, work.rho);
+      }) != 0)
+    return -1;
   if (get_info_from_gamma_restriction(work, err) != 0)
     return fail(err, here, {text("Could not get info from gamma_restrictions.")});
   if (get_info_from_rho_restriction(work, err) != 0)
     return fail(err, here, {text("Could not get info from rho_restrictions.")});
-  plan_estep(work);
+  if (allocate_under("load_mlworkspace_param: work%post_cls", here, err,
+                     [&] { plan_estep(work); }) != 0)
+    return -1;
   return load_beta(work, err) == 0 ? 0 : pass_on(err, here);
 }
 

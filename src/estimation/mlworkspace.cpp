@@ -2,6 +2,8 @@
 
 #include <numeric>
 
+#include "core/dynamic_allocation.hpp"
+
 namespace tolvenra::estimation {
 namespace {
 
@@ -119,12 +121,19 @@ int32 put_dataset(const dataset_type& dataset, mlworkspace& work, error_type& er
   if (nullify_mlworkspace(work, err) != 0)
     return fail(err, here, {text("Could not deallocate mlworkspace.")});
   if (!dataset.y) return fail(err, here, {text("Could not transfer work%y.")});
-  copy_sizes(dataset, work.data);
-  work.rows = rows_of(dataset);
-  work.given.dataset = dataset;
+  using allocation::allocate_under;
+  if (allocate_under("put_dataset: work%ciy", here, err, [&] { work.rows = rows_of(dataset); }) !=
+          0 ||
+      allocate_under("put_dataset: work%dataset", here, err,
+                     [&] {
+                       copy_sizes(dataset, work.data);
+                       work.given.dataset = dataset;
+                     }) != 0 ||
+      allocate_under("put_dataset: work%nkase_by_str", here, err,
+                     [&] { work.data.nkase_by_str.allocate({work.data.nstr}); }) != 0)
+    return -1;
   work.data.missing = work.rows->any_missing;
   work.data.total_weight = std::accumulate(work.rows->weight.begin(), work.rows->weight.end(), 0.0);
-  work.data.nkase_by_str.allocate({work.data.nstr});
   for (const int32 g : dataset.strata.flat) ++work.data.nkase_by_str(g);
   work.initialised = true;
   return 0;

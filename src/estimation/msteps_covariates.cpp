@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "core/dynamic_allocation.hpp"
+
 namespace tolvenra::estimation {
 namespace {
 
@@ -110,6 +112,7 @@ void fill_outcomes(const mlworkspace& work, int32 g, int32 first_pattern, regres
 }  // namespace
 
 int32 load_beta(mlworkspace& work, error_type& err) {
+  constexpr routine here{"load_beta", "estimation"};
   const param_type& param = work.given.param;
   logit_block<3>& beta = work.beta;
   beta.now = param.beta;
@@ -122,7 +125,11 @@ int32 load_beta(mlworkspace& work, error_type& err) {
   if (check_gamma_codes(work, err) != 0) return -1;
   beta.use_prior = param.beta_stabilizing_prior_set && param.beta_stabilizing_prior_ess > 0.0;
   for (int32 g = 1; g <= work.data.nstr; ++g) {
-    load_regression(work, g, beta.fits.emplace_back());
+    if (allocation::allocate_under("mstep_beta: post", here, err, [&] {
+          load_regression(work, g, beta.fits.emplace_back());
+        }) != 0)
+      return fail(err, here,
+                  {text("Unable to allocate instance(s) of the logit workspace type for beta.")});
     beta.shares.push_back(starting_shares(work, g, beta.fits.back().binary));
     refer_to_baseline(beta.fits.back(), beta.now, g);
     beta.n_estimated += regression_parameters(beta.fits.back());

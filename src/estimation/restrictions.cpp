@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "core/dynamic_allocation.hpp"
+
 namespace tolvenra::estimation {
 namespace {
 
@@ -12,7 +14,7 @@ namespace {
 struct wording {
   routine here;
   text_lines all_fixed;
-  std::string_view parameters;
+  std::string_view parameters, tables;
 };
 
 /// Calls body(m, offset) for every real element of the first `nrows` rows.
@@ -58,8 +60,13 @@ int32 decode(prob_block<R>& block, const wording& words, error_type& err) {
     err.occurred = true;
     return pass_on(err, words.here);
   }
-  block.solver = row_solver(block.code.flat, block.now.flat, block.rows, block.shared_rows);
-  if (!block.solver.consistent(block.now.flat))
+  bool consistent = false;
+  if (allocation::allocate_under(words.tables, words.here, err, [&] {
+        block.solver = row_solver(block.code.flat, block.now.flat, block.rows, block.shared_rows);
+        consistent = block.solver.consistent(block.now.flat);
+      }) != 0)
+    return -1;
+  if (!consistent)
     return fail(
         err, words.here,
         {text("The equality and fixed restrictions on the ", words.parameters, " parameters"),
@@ -87,7 +94,8 @@ int32 get_info_from_gamma_restriction(mlworkspace& work, error_type& err) {
       {{"get_info_from_gamma_restriction", "estimation"},
        {"Gamma parameter restrictions were FIXED for all",
         "latent classes in a row; please free the", "gamma parameters for at least one class."},
-       "gamma"},
+       "gamma",
+       "get_info_from_gamma_restriction: work%gamma_rest_loc"},
       err);
 }
 
@@ -104,7 +112,8 @@ int32 get_info_from_rho_restriction(mlworkspace& work, error_type& err) {
                  {"Rho parameter restrictions for one or more parameters",
                   "were FIXED for all response categories; please free the",
                   "rho parameters for at least one response category"},
-                 "rho"},
+                 "rho",
+                 "get_info_from_rho_restriction: work%rho_rest_loc"},
                 err);
 }
 
