@@ -50,6 +50,7 @@ std::string near_names(const data_table& table, std::string_view wanted) {
                    [](const auto& a, const auto& b) { return a.first < b.first; });
   if (near.size() > 3) near.resize(3);
   std::vector<std::string> names;
+  names.reserve(near.size());
   for (auto& [distance, name] : near) names.push_back(std::move(name));
   if (!names.empty()) return fmt::format("Did you mean {}?", fmt::join(names, " or "));
   constexpr std::size_t shown = 20;

@@ -38,6 +38,23 @@ void print_all(std::FILE* file, const std::string& text) {
     throw output_error("The results could not be written to standard output.");
 }
 
+/// Writes what is asked for; the text of a failure.
+std::optional<std::string> write_files(const output_files& outputs, const data_table& table,
+                                       const lca_data& data, const lca_options& options,
+                                       const lca_fit& fit, const lca_answer& answer) {
+  try {
+    if (outputs.json)
+      outputs.json->write(
+          [&](std::FILE* file) { fmt::print(file, "{}", lca_json(data, options, answer)); });
+    if (outputs.posteriors)
+      outputs.posteriors->write(
+          [&](std::FILE* file) { write_posteriors(table, fit, answer, file); });
+  } catch (const output_error& error) {
+    return error.what();
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 exit_code run_lca_command(const lca_options& options) {
@@ -60,12 +77,10 @@ exit_code run_lca_command(const lca_options& options) {
     return exit_analysis_failed;
   }
   const lca_answer answer = make_lca_answer(data, options, fit);
+  // A file that cannot be written must not cost the user the report, nor a closed pipe the files.
+  const auto unwritten = write_files(outputs, table, data, options, fit, answer);
   print_all(stdout, lca_report(data, options, answer));
-  if (outputs.json)
-    outputs.json->write(
-        [&](std::FILE* file) { fmt::print(file, "{}", lca_json(data, options, answer)); });
-  if (outputs.posteriors)
-    outputs.posteriors->write([&](std::FILE* file) { write_posteriors(table, fit, answer, file); });
+  if (unwritten) throw output_error(*unwritten);
   return answer.converged ? exit_good : exit_not_converged;
 }
 

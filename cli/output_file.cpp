@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "input_error.hpp"
 
@@ -71,8 +72,8 @@ std::FILE* output_file::open_temporary() const {
 }
 
 void output_file::write(const std::function<void(std::FILE*)>& body) const {
-  const auto fail = [&] {
-    throw output_error(fmt::format("{} could not be written: {}.", path_, std::strerror(errno)));
+  const auto fail = [&](int error = errno) {
+    throw output_error(fmt::format("{} could not be written: {}.", path_, std::strerror(error)));
   };
   std::FILE* file = direct_ ? std::fopen(target_.c_str(), "wb") : open_temporary();
   if (!file) fail();
@@ -80,6 +81,9 @@ void output_file::write(const std::function<void(std::FILE*)>& body) const {
   if (direct_) unfinished.release();
   try {
     body(file);
+  } catch (const std::system_error& error) {  // of a write inside the body
+    std::fclose(file);
+    fail(error.code().value());
   } catch (...) {
     std::fclose(file);
     throw;
