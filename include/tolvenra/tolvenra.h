@@ -27,7 +27,8 @@
  *   12: whether the host cancelled the run, 1 or 0
  *   13: number of free parameters: distinct free values less the rank of their sum constraints
  *   14: iterations of the run without covariates that feeds the stabilising priors
- *   15: reserved, 0
+ *   15: strata whose saturated model ended at the limit of passes (1000, fewer for huge tables);
+ *       fit_extra says how far from its maximum at most
  *   16: reserved, 0
  *
  * n_params:
@@ -49,7 +50,7 @@
  *    5: log-likelihood plus the logarithm of the priors
  *    6: upper tail probability of cat_g2 on cat_df
  *    7: upper tail probability of X-squared on its degrees of freedom
- *    8: reserved, 0
+ *    8: bound on how far cat_loglik may lie below its maximum (missing responses)
  *
  * fit_extra of runlta:
  *    1: Pearson's X-squared, NaN on overflow

@@ -125,9 +125,11 @@ void copy_out_run_info(const lca_run& run, int32 free_parameters) {
   info[3] = starts_at_best(run);
   info[4] = static_cast<int32>(result.pattern_row.size());
   info[5] = result.rows->any_missing ? 1 : 0;
+  info[6] = result.cat_passes;
   info[10] = parallel::thread_count(run.call.max_threads);
   info[12] = free_parameters;
   info[13] = run.plain ? run.plain->iterations : 0;
+  info[14] = result.cat_unfinished;
 }
 
 }  // namespace

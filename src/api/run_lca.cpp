@@ -120,6 +120,7 @@ int32 compute_statistics(lca_run& run) {
   run.fit_extra[2] = result.weighted_entropyraw;
   run.fit_extra[3] = result.weighted_entropy;
   run.fit_extra[4] = result.loglik + estimation::log_prior(run.best->work);
+  run.fit_extra[7] = result.cat_shortfall;
   g2_tail = cat_tail = x2_tail = std::numeric_limits<double>::quiet_NaN();
   if (!cells_fit) return 0;  // no test on an overflow
   if (upper_tail(result.G2, result.apparent_df, g2_tail, run.err) != 0 ||

@@ -1,57 +1,195 @@
 #include "estimation/fit_stats.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
+
+#include "core/dynamic_allocation.hpp"
+#include "estimation/response_patterns.hpp"
+#include "estimation/saturated.hpp"
 
 namespace tolvenra::estimation {
 namespace {
 
+constexpr routine here{"run_compute_fit_stats", "estimation"};
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 std::size_t offset(int32 row) { return static_cast<std::size_t>(row - 1); }
 
-/// One pass over the patterns of every stratum.
-/// The body is called with the stratum's total and the offsets [first, end) of its patterns.
-template <class Body>
-void for_each_stratum(const mlworkspace& work, const mlresult_type& result, Body&& body) {
-  const distinct_rows& rows = *work.rows;
-  std::size_t p = 0;
-  for (int32 g = 1; g <= work.data.nstr; ++g) {
-    const std::size_t first = p;
-    double total = 0.0;
-    for (; p < result.pattern_row.size() &&
-           result.pattern_row[p] <= rows.stratum_start[static_cast<std::size_t>(g)];
-         ++p)
-      total += result.observed[p];
-    body(total, first, p);
-  }
+/// Whether a distinct row exists and differs from the row before it in covariates alone.
+bool same_pattern(const distinct_rows& rows, int32 row) {
+  return row <= rows.nrow && rows.shared[offset(row)] == rows.ncol;
 }
 
-double saturated_loglik(const mlworkspace& work, const mlresult_type& result) {
+/// Class probabilities averaged over the cases that show one of the response patterns.
+std::vector<double> average_prevalence(const mlworkspace& work, const std::vector<int32>& rows,
+                                       double total) {
+  const distinct_rows& data = *work.rows;
+  const class_counts& classes = work.classes;
+  std::vector<double> average(static_cast<std::size_t>(classes.nc), 0.0);
+  for (const int32 first : rows)
+    for (int32 row = first; row == first || same_pattern(data, row); ++row) {
+      const auto u = static_cast<std::size_t>(data.covariates.of_row[offset(row)] - 1);
+      const double* prior = &classes.prior[u * static_cast<std::size_t>(classes.width)];
+      for (std::size_t c = 0; c < average.size(); ++c)
+        average[c] += data.weight[offset(row)] / total * prior[c];
+    }
+  return average;
+}
+
+/// Probability of the responses of a distinct row when the classes have these prevalences.
+double response_probability(const mlworkspace& work, int32 row, int32 stratum,
+                            const std::vector<double>& prevalence) {
+  const class_counts& classes = work.classes;
+  double sum = 0.0;
+  for (std::size_t c = 0; c < prevalence.size(); ++c) {
+    double product = prevalence[c];
+    for (int32 j = 1; j <= work.data.nci; ++j)
+      product *= classes.table[classes.at(j, work.rows->response(row, j), stratum) + c];
+    sum += product;
+  }
+  return sum;
+}
+
+int32 stratum_of(const distinct_rows& rows, int32 row) {
+  const auto at = std::lower_bound(rows.stratum_start.begin(), rows.stratum_start.end(), row);
+  return static_cast<int32>(at - rows.stratum_start.begin());
+}
+
+/// Pearson's contribution of one missingness pattern, its unobserved cells among them.
+double pearson(const std::vector<double>& observed, const std::vector<double>& expected) {
+  double x2 = 0.0;
+  double unobserved = 0.0;
+  for (std::size_t p = 0; p < observed.size(); ++p) {
+    const double difference = observed[p] - expected[p];
+    x2 += difference * difference / expected[p];
+    unobserved += difference;
+  }
+  return x2 + unobserved;
+}
+
+/// Sums over the strata.
+struct saturated_sums {
+  double loglik = 0.0;    ///< of the saturated model
+  double separate = 0.0;  ///< of free probabilities for every missingness pattern
+  double x2 = 0.0, df = 0.0, shortfall = 0.0;
+  int32 passes = 0, unfinished = 0;
+  bool overflow = false;
+};
+
+double multinomial_loglik(const std::vector<double>& counts, double total) {
   double loglik = 0.0;
-  for_each_stratum(work, result, [&](double total, std::size_t first, std::size_t end) {
-    for (std::size_t p = first; p < end; ++p)
-      loglik += result.observed[p] * std::log(result.observed[p] / total);
-  });
+  for (const double n : counts) loglik += n * std::log(n / total);
   return loglik;
 }
 
-/// Expected counts of the patterns and Pearson's statistic.
-double pearson(const mlworkspace& work, mlresult_type& result) {
-  result.expected.assign(result.observed.size(), 0.0);
-  double x2 = 0.0;
-  for_each_stratum(work, result, [&](double total, std::size_t first, std::size_t end) {
-    double unobserved = total;
-    for (std::size_t p = first; p < end; ++p) {
-      const double expected = total * work.post.likelihood[offset(result.pattern_row[p])];
-      const double difference = result.observed[p] - expected;
-      x2 += difference * difference / expected;
-      unobserved -= expected;
-      result.expected[p] = expected;
+double sum_of(const std::vector<double>& values) {
+  return std::accumulate(values.begin(), values.end(), 0.0);
+}
+
+int32 add_complete_stratum(const mlworkspace& work, int32 stratum, mlresult_type& result,
+                           saturated_sums& sums, error_type& err) {
+  stratum_patterns patterns;
+  if (aggregate_stratum(work, stratum, patterns, err) != 0)
+    return fail(err, here, {text("Could not aggregate the data.")});
+  const std::vector<double>& counts = patterns.count.flat;
+  const double total = sum_of(counts);
+  const auto expected = expected_counts(work, patterns.row.flat, total);
+  sums.loglik += multinomial_loglik(counts, total);
+  sums.x2 += pearson(counts, expected);
+  const auto append = [](const auto& from, auto& to) {
+    to.insert(to.end(), from.begin(), from.end());
+  };
+  append(patterns.row.flat, result.pattern_row);
+  append(counts, result.observed);
+  append(expected, result.expected);
+  return 0;
+}
+
+/// Expected counts and X2, missingness pattern by missingness pattern.
+int32 compare_with_model(const mlworkspace& work, const std::vector<int32>& rows,
+                         mdinfo_type& mdinfo, saturated_sums& sums, error_type& err) {
+  const int32 npatt = mdinfo.ord.n[0];
+  if (dynamic_allocation::dbl1_alloc(mdinfo.expected, npatt, err, {},
+                                     "run_compute_fit_stats: mdinfo%expected") != 0)
+    return pass_on(err, here);
+  std::vector<int32> members;
+  std::vector<double> observed;
+  for (int32 m = 1; m <= mdinfo.mdpst.n[0]; ++m) {
+    members.clear();
+    observed.clear();
+    const auto first = mdinfo.ord.flat.begin() + (mdinfo.mdpst(m) - 1);
+    for (auto at = first; at != first + mdinfo.nmdp(m); ++at) {
+      members.push_back(rows[offset(*at)]);
+      observed.push_back(mdinfo.orig_counts(*at));
     }
-    x2 += unobserved;
-  });
-  return x2;
+    const double total = sum_of(observed);
+    const auto expected = expected_counts(work, members, total);
+    sums.separate += multinomial_loglik(observed, total);
+    sums.x2 += pearson(observed, expected);
+    for (std::size_t i = 0; i < expected.size(); ++i)
+      mdinfo.expected(first[static_cast<std::ptrdiff_t>(i)]) = expected[i];
+  }
+  return 0;
+}
+
+/// Fits the saturated model of one stratum with missing responses.
+int32 fit_saturated(const mlworkspace& work, mdinfo_type& mdinfo, saturated_sums& sums,
+                    error_type& err) {
+  int32 passes = 0;
+  if (md_catmod(work, mdinfo, 0.01 * work.em.criterion, passes, err) != 0)
+    return fail(err, here, {text("Could not fit the CAT model.")});
+  sums.overflow = sums.overflow || mdinfo.overflow;
+  if (mdinfo.overflow) return 0;
+  sums.passes += passes;
+  sums.unfinished += mdinfo.fit.converged ? 0 : 1;
+  sums.shortfall += mdinfo.fit.shortfall;
+  sums.loglik += mdinfo.fit.loglik;
+  sums.df += missingness_df(mdinfo);
+  return 0;
+}
+
+int32 add_incomplete_stratum(const mlworkspace& work, int32 stratum, mlresult_type& result,
+                             saturated_sums& sums, error_type& err) {
+  mdinfo_type mdinfo;
+  if (md_preliminaries(work, mdinfo, err, stratum) != 0)
+    return fail(err, here, {text("Could not initialize arrays for CAT model.")});
+  if (compare_with_model(work, mdinfo.rows, mdinfo, sums, err) != 0) return -1;
+  if (!sums.overflow && fit_saturated(work, mdinfo, sums, err) != 0) return -1;
+  const auto append = [](const auto& from, auto& to) {
+    to.insert(to.end(), from.begin(), from.end());
+  };
+  append(mdinfo.rows, result.pattern_row);
+  append(mdinfo.orig_counts.flat, result.observed);
+  append(mdinfo.expected.flat, result.expected);
+  if (nullify_mdinfo(mdinfo, err) != 0)
+    return fail(err, here, {text("Unable to nullify the mdinfo type.")});
+  return 0;
+}
+
+/// Hands the sums to the result; what does not exist after an overflow is 0, X2 is NaN.
+void fill_saturated(const saturated_sums& sums, bool missing, mlresult_type& result) {
+  result.cat_loglik = result.cat_g2 = result.cat_shortfall = 0.0;
+  result.cat_df = result.cat_passes = result.cat_unfinished = 0;
+  if (sums.overflow) {
+    ++result.overflow_count;
+  } else {
+    result.cat_loglik = sums.loglik;
+    result.cat_passes = sums.passes;
+    result.cat_unfinished = sums.unfinished;
+    result.cat_shortfall = sums.shortfall;
+    // The separate model contains the common one: below 0 there is only rounding.
+    if (missing) result.cat_g2 = std::max(2.0 * (sums.separate - sums.loglik), 0.0);
+    constexpr int32 most = std::numeric_limits<int32>::max();
+    if (sums.df <= most) {
+      result.cat_df = static_cast<int32>(sums.df);
+    } else {  // or not a number
+      result.cat_df = most;
+      result.overflow_count = std::max(result.overflow_count, 1);
+    }
+  }
+  result.X2 = result.overflow_count == 0 ? sums.x2 : nan;
 }
 
 /// Classification entropy of the posteriors, each row counted `times(row)` times.
@@ -88,22 +226,19 @@ void fill_entropy(const mlworkspace& work, mlresult_type& result) {
 
 }  // namespace
 
-int32 aggregate_items(const mlworkspace& work, mlresult_type& result, error_type&) {
-  const distinct_rows& rows = *work.rows;
-  result.pattern_row.clear();
-  result.observed.clear();
-  std::size_t g = 1;
-  for (int32 row = 1; row <= rows.nrow; ++row) {
-    bool fresh = false;
-    while (rows.stratum_start[g] < row) ++g, fresh = true;  // the stratum ended before this row
-    fresh = fresh || row == 1 || rows.shared[offset(row)] < rows.ncol;
-    if (fresh) {
-      result.pattern_row.push_back(row);
-      result.observed.push_back(0.0);
-    }
-    result.observed.back() += rows.weight[offset(row)];
+std::vector<double> expected_counts(const mlworkspace& work, const std::vector<int32>& rows,
+                                    double total) {
+  std::vector<double> expected;
+  expected.reserve(rows.size());
+  if (work.classes.prior.empty()) {
+    for (const int32 row : rows) expected.push_back(total * work.post.likelihood[offset(row)]);
+    return expected;
   }
-  return 0;
+  const auto prevalence = average_prevalence(work, rows, total);
+  for (const int32 row : rows)
+    expected.push_back(total *
+                       response_probability(work, row, stratum_of(*work.rows, row), prevalence));
+  return expected;
 }
 
 void set_apparent_df(const mlworkspace& work, mlresult_type& result) {
@@ -120,20 +255,14 @@ void set_apparent_df(const mlworkspace& work, mlresult_type& result) {
 }
 
 int32 run_compute_fit_stats(mlworkspace& work, mlresult_type& result, error_type& err) {
-  if (aggregate_items(work, result, err) != 0)
-    return fail(err, {"run_compute_fit_stats", "estimation"},
-                {text("Could not aggregate the data.")});
-  const bool cells_fit = result.overflow_count == 0;
-  result.X2 = pearson(work, result);
-  if (!cells_fit) result.X2 = nan;
-  if (work.data.missing) {  // the saturated model of incomplete data is not computable yet
-    ++result.overflow_count;
-    result.X2 = nan;
-    result.cat_loglik = result.cat_g2 = 0.0;
-    result.cat_df = 0;
-  } else {
-    result.cat_loglik = saturated_loglik(work, result);
-  }
+  result.pattern_row.clear();
+  result.observed.clear();
+  result.expected.clear();
+  saturated_sums sums;
+  const auto add_stratum = work.data.missing ? add_incomplete_stratum : add_complete_stratum;
+  for (int32 g = 1; g <= work.data.nstr; ++g)
+    if (add_stratum(work, g, result, sums, err) != 0) return -1;
+  fill_saturated(sums, work.data.missing, result);
   result.G2 = -2.0 * (result.loglik - result.cat_loglik);
   fill_criteria(work.data.total_weight, result);
   fill_entropy(work, result);

@@ -1,5 +1,5 @@
-/// \file fit_stats.hpp  Comparison with the saturated model, information criteria and entropy, module
-/// `estimation`.
+/// \file fit_stats.hpp  Comparison with the saturated model, information criteria and entropy,
+/// module `estimation`.
 #pragma once
 
 #include "core/error_handler.hpp"
@@ -8,21 +8,32 @@
 
 namespace tolvenra::estimation {
 
-/// The distinct response patterns of each stratum (neighbouring rows that differ in covariates alone
-/// are one pattern) with their weighted counts: fills pattern_row and observed.
-int32 aggregate_items(const mlworkspace& work, mlresult_type& result, error_type& err);
-
 /// Degrees of freedom of the model against the table of all cells: strata * (cells - 1) less the
 /// estimated parameters. Beyond 32 bits it is 2147483647 and counts as an overflow.
 void set_apparent_df(const mlworkspace& work, mlresult_type& result);
 
-/// Fills G2, X2, the information criteria (on the scale of G2) and the entropies of a finished run.
+/// Expected count under the latent class model of every response pattern of one missingness
+/// pattern: the number of cases that show the missingness pattern times the model's probability of
+/// the responses. Under regressions on covariates the probability is averaged over these cases, so
+/// that missingness may depend on the covariates. \param rows   for each response pattern a
+/// distinct row that shows it; all of one stratum \param total  cases with the missingness pattern
+std::vector<double> expected_counts(const mlworkspace& work, const std::vector<int32>& rows,
+                                    double total);
+
+/// Fills patterns, X2, G2, the saturated model, the information criteria (on the scale of G2) and
+/// the entropies of a finished run.
 ///
-/// The model is conditional on the stratum, so the saturated log-likelihood is the sum over strata of
-/// n log(n / N_g) over the patterns. X2 adds the exact contribution N_g - sum of the expected counts
-/// of the cells that nobody shows.
-/// Source: Goodman (1974), Biometrika 61, 215-231; Celeux & Soromenho (1996), J. Classification 13,
-/// 195-212 (entropy).
+/// The model is conditional on the stratum, so all of it is summed over strata.
+///  - Saturated model, complete data: sum of n log(n / N_g) over the patterns; with missing
+///  responses
+///    it is fitted (saturated.hpp), and cat_g2 on cat_df tests "missing completely at random". A
+///    table too large to fit leaves cat_loglik, cat_g2 and cat_df at 0 and counts as an overflow.
+///  - X2: sum of (observed - expected)^2 / expected over the observed patterns, and within each
+///    missingness pattern N_m less the expected counts, which is the exact contribution of the
+///    cells that nobody shows. With missing responses its degrees of freedom are apparent_df +
+///    cat_df.
+/// Source: Goodman (1974), Biometrika 61, 215-231; Fuchs (1982), JASA 77, 270-278; Celeux &
+/// Soromenho (1996), J. Classification 13, 195-212 (entropy).
 int32 run_compute_fit_stats(mlworkspace& work, mlresult_type& result, error_type& err);
 
 }  // namespace tolvenra::estimation

@@ -13,9 +13,10 @@ routine in_module(std::string_view name) { return {name, "estimation"}; }
 
 int32 require(bool obtained, std::string_view name, error_type& err) {
   if (obtained) return 0;
-  return fail(err, in_module(name),
-              {text("The property could not be set because"),
-               text("results of maximum likelihood estimation"), text("have not yet been obtained.")});
+  return fail(
+      err, in_module(name),
+      {text("The property could not be set because"),
+       text("results of maximum likelihood estimation"), text("have not yet been obtained.")});
 }
 
 int32 require_filled(const mlresult_type& result, std::string_view name, error_type& err) {
@@ -40,10 +41,10 @@ int32 copy_vector(const mlresult_type& result, const std::vector<double>& from,
   return 0;
 }
 
-int32 require_patterns(const mlresult_type& result, std::string_view name, error_type& err) {
+int32 require_patterns(const mlresult_type& result, std::string_view name,
+                       std::string_view complaint, error_type& err) {
   if (!result.pattern_row.empty()) return 0;
-  return fail(err, in_module(name),
-              {text("The ", name.substr(4), " array has not yet been allocated.")});
+  return fail(err, in_module(name), {text(complaint)});
 }
 
 }  // namespace
@@ -150,7 +151,10 @@ int32 get_post_cls(const mlresult_type& result, array<double, 2>& values, error_
 int32 get_response_pattern_mat(const mlresult_type& result, array<int32, 2>& values,
                                error_type& err) {
   constexpr std::string_view name = "get_response_pattern_mat";
-  if (require_filled(result, name, err) != 0 || require_patterns(result, name, err) != 0) return -1;
+  if (require_filled(result, name, err) != 0 ||
+      require_patterns(result, name, "The response_pattern_mat array has not yet been allocated.",
+                       err) != 0)
+    return -1;
   const distinct_rows& rows = *result.rows;
   const auto npatt = static_cast<int32>(result.pattern_row.size());
   if (int2_alloc(values, npatt, rows.ncol + 1, err, {},
@@ -168,13 +172,15 @@ int32 get_response_pattern_mat(const mlresult_type& result, array<int32, 2>& val
 
 int32 get_observed(const mlresult_type& result, array<double, 1>& values, error_type& err) {
   if (require_filled(result, "get_observed", err) != 0 ||
-      require_patterns(result, "get_observed", err) != 0)
+      require_patterns(result, "get_observed", "The observed array has not yet been allocated.",
+                       err) != 0)
     return -1;
   return copy_vector(result, result.observed, values, "get_observed", err);
 }
 int32 get_expected(const mlresult_type& result, array<double, 1>& values, error_type& err) {
   if (require_filled(result, "get_expected", err) != 0 ||
-      require_patterns(result, "get_expected", err) != 0)
+      require_patterns(result, "get_expected", "The expected array has not yet been allocated.",
+                       err) != 0)
     return -1;
   return copy_vector(result, result.expected, values, "get_expected", err);
 }
@@ -182,9 +188,9 @@ int32 get_expected(const mlresult_type& result, array<double, 1>& values, error_
 int32 get_cov_b(const mlresult_type& result, array<double, 2>& values, error_type& err) {
   if (require_filled(result, "get_cov_b", err) != 0) return -1;
   if (!result.cov_b.allocated)
-    return fail(err, in_module("get_cov_b"),
-                {text("The cov_b array has not been associated"),
-                 text("in the mlresult type provided.")});
+    return fail(
+        err, in_module("get_cov_b"),
+        {text("The cov_b array has not been associated"), text("in the mlresult type provided.")});
   if (dbl2_alloc(values, result.cov_b.n[0], result.cov_b.n[1], err, {}, "get_cov_b: cov_b") != 0)
     return pass_on(err, in_module("get_cov_b"));
   values.flat = result.cov_b.flat;
@@ -196,6 +202,7 @@ int32 get_iter(const mlworkspace& work, int32& value, error_type& err) {
     return fail(err, in_module("get_iter"),
                 {text("The property could not be read because"),
                  text("the workspace has not been initialized.")});
+  if (work.em.iter < 1) return fail(err, in_module("get_iter"), {text("Unexpected error.")});
   value = work.em.iter;
   return 0;
 }

@@ -23,6 +23,9 @@ struct mlresult_type {
   double cat_loglik = 0.0, cat_g2 = 0.0;
   int32 overflow_count = 0;          ///< cell number beyond 32 bits, saturated model not computable
   int32 cat_df = 0;
+  int32 cat_passes = 0;              ///< of the saturated model, summed over strata
+  int32 cat_unfinished = 0;          ///< strata whose passes ended at their limit
+  double cat_shortfall = 0.0;        ///< the saturated maximum is at most this far above cat_loglik
   double X2 = 0.0;                   ///< NaN when it does not exist
   double G2 = 0.0;
   double entropyraw = 0.0, entropy = 0.0;

@@ -116,7 +116,8 @@ void row_solver::decode(std::span<const int32> codes, std::span<const double> va
         members.push_back({codes[at], m, at});
       }
     }
-    rows_[m].left = std::max(0.0, 1.0 - fixed);  // starting values may sum to 1 + 1e-6
+    // Starting values may sum to 1 + 1e-6; an item without categories has nothing to distribute.
+    rows_[m].left = layout.length[m] > 0 ? std::max(0.0, 1.0 - fixed) : 0.0;
   }
   std::stable_sort(members.begin(), members.end(),
                    [](const member& a, const member& b) { return a.code < b.code; });

@@ -190,18 +190,6 @@ TEST(LcaFit, TheHistoryStartsAtTheStartingValues) {
   EXPECT_EQ(fit.start_loglik, std::vector<double>(3, fit.loglik));  // one fit for all slots
 }
 
-TEST(LcaFit, MissingResponsesLeaveTheSaturatedModelOut) {
-  lca_problem fit = simulate(300, {2, 2, 2, 2}, 2, 21, 0.1);
-  fit.run();
-  verify_fit(fit);
-  EXPECT_EQ(fit.overflow, 1);
-  EXPECT_EQ(fit.cat_loglik, 0.0);
-  EXPECT_EQ(fit.cat_df, 0);
-  EXPECT_NEAR(fit.aic, -2 * fit.loglik + 2 * 9, 1e-9);
-  EXPECT_TRUE(std::isnan(fit.fit_extra[0]));
-  EXPECT_TRUE(std::isnan(fit.fit_extra[1]));
-}
-
 TEST(LcaFit, FortyItemsOverflowTheCellsAndKeepTheirPatterns) {
   lca_problem fit = simulate(500, std::vector<std::int32_t>(40, 2), 2, 8);
   fit.run();
