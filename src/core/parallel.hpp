@@ -61,26 +61,39 @@ inline row_range rows_of_block(int32 n, int32 b, int32 blocks) {
           static_cast<int32>(int64{n} * (b + 1) / blocks)};
 }
 
-/// Runs body(b) for the blocks 0..blocks-1, divided statically among the threads.
+/// Threads of a region over `blocks` blocks.
+inline int32 team_for(int32 blocks, int32 threads) {
+  return std::clamp(threads, 1, std::max(blocks, 1));
+}
+
+/// Runs body(b, worker) for the blocks 0..blocks-1, divided statically among the workers
+/// 0..team_for(blocks, threads)-1; what a worker owns is its own during the region.
 template <class Body>
-void for_blocks(int32 blocks, int32 threads, Body&& body) {
-  const int32 team = std::clamp(threads, 1, std::max(blocks, 1));
+void for_blocks_by_worker(int32 blocks, int32 threads, Body&& body) {
+  const int32 team = team_for(blocks, threads);
   if (team == 1) {
-    for (int32 b = 0; b < blocks; ++b) body(b);
+    for (int32 b = 0; b < blocks; ++b) body(b, 0);
     return;
   }
 #pragma omp parallel num_threads(team)
   {
     const fp_environment_guard plain;
+    const int32 worker = thread_number();
 #pragma omp for schedule(static)
-    for (int32 b = 0; b < blocks; ++b) body(b);
+    for (int32 b = 0; b < blocks; ++b) body(b, worker);
   }
+}
+
+/// The same for bodies that own nothing.
+template <class Body>
+void for_blocks(int32 blocks, int32 threads, Body&& body) {
+  for_blocks_by_worker(blocks, threads, [&](int32 b, int32) { body(b); });
 }
 
 /// Runs body(i) for i = 0..n-1, handed out one by one in ascending order.
 template <class Body>
 void for_tasks(int32 n, int32 threads, Body&& body) {
-  const int32 team = std::clamp(threads, 1, std::max(n, 1));
+  const int32 team = team_for(n, threads);
   if (team == 1) {
     for (int32 i = 0; i < n; ++i) body(i);
     return;

@@ -17,13 +17,14 @@ namespace tolvenra {
 
 struct class_counts {
   int32 nc = 0;
-  int32 width = 0;               ///< padded class count
-  int32 slots = 0;               ///< 1 + sum of (categories + 1)
-  std::vector<int32> item_slot;  ///< slot of the missing response of each item, 0-based items
-  std::vector<double> table;     ///< nstr slabs of probabilities
-  std::vector<double> counts;    ///< nstr slabs of expected counts
-  std::vector<double> prior;     ///< class probabilities by covariate pattern, `width` apart;
-                                 ///< empty unless class membership is regressed
+  int32 width = 0;  ///< padded class count
+  int32 slots = 0;  ///< 1 + sum of (categories + 1)
+  std::vector<int32>
+      item_slot;               ///< slot of the missing response of each item (0-based); last, slots
+  std::vector<double> table;   ///< nstr slabs of probabilities
+  std::vector<double> counts;  ///< nstr slabs of expected counts
+  std::vector<double> prior;   ///< class probabilities by covariate pattern, `width` apart;
+                               ///< empty unless class membership is regressed
 
   [[nodiscard]] std::size_t slab() const {
     return static_cast<std::size_t>(slots) * static_cast<std::size_t>(width);

@@ -229,6 +229,7 @@ std::shared_ptr<const distinct_rows> collapse_cases(const case_columns& cases) {
     copy_codes(packed, *rows, rows->codes16);
   rows->any_missing = std::find(responses.begin(), responses.end(), 0) != responses.end();
   sum_weights(cases, *rows);
+  rows->tree = grow_trees(*rows, {cases.nrc->data(), cases.nrc->size()});
   rows->covariates = collapse_covariates(cases, *rows);
   return rows;
 }

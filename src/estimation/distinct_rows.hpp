@@ -12,6 +12,7 @@
 
 #include "core/array.hpp"
 #include "core/types.hpp"
+#include "estimation/prefix_tree.hpp"
 
 namespace tolvenra {
 
@@ -39,6 +40,7 @@ struct distinct_rows {
   std::vector<double> freq;          ///< nrow: sum of the frequencies
   std::vector<double> weight;        ///< nrow: sum of frequency times weight
   std::vector<double> weight2;       ///< nrow: sum of frequency times squared weight
+  prefix_tree tree;                  ///< over the class items
   covariate_patterns covariates;     ///< empty without covariates
 
   [[nodiscard]] int32 response(int32 row, int32 column) const {  ///< 1-based both
@@ -55,6 +57,7 @@ struct case_columns {
   const array<double, 2>* cov = nullptr;     ///< (nkase, k), finite
   const array<double, 1>* freq = nullptr;    ///< (nkase) > 0
   const array<double, 1>* weight = nullptr;  ///< (nkase) > 0
+  const array<int32, 1>* nrc = nullptr;      ///< categories of the class items, the first columns
   int32 nstr = 1;
 };
 

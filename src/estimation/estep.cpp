@@ -23,31 +23,29 @@ void fill_table(mlworkspace& work) {
   }
 }
 
-estep_kernel::block kernel_block(mlworkspace& work, int32 b) {
+/// Class vectors that a worker needs: two per node of the largest tree, and one more.
+std::size_t worker_scratch(const mlworkspace& work) {
+  return (2 * static_cast<std::size_t>(work.rows->tree.most_nodes) + 1) *
+         static_cast<std::size_t>(work.classes.width);
+}
+
+estep_kernel::block kernel_block(mlworkspace& work, int32 worker) {
   const class_counts& classes = work.classes;
-  const auto at = static_cast<std::size_t>(b);
-  const row_block& rows = work.scratch.blocks[at];
-  const std::size_t stack = work.scratch.stack.size() / work.scratch.blocks.size();
   estep_kernel::block block;
   block.ncol = work.data.nci;
+  block.row_length = work.rows->ncol;
   block.nc = classes.nc;
   block.width = classes.width;
-  block.slots = classes.slots;
   block.item_slot = classes.item_slot.data();
-  block.shared = work.rows->shared.data();
-  block.stratum_start = work.rows->stratum_start.data();
+  block.tree = &work.rows->tree;
   block.weight = work.rows->weight.data();
-  block.table = classes.table.data();
   if (!classes.prior.empty()) {
     block.prior = classes.prior.data();
     block.pattern = work.rows->covariates.of_row.data();
   }
-  block.first_row = rows.first_row;
-  block.end_row = rows.end_row;
-  block.first_stratum = rows.first_stratum;
-  block.end_stratum = rows.end_stratum;
-  block.counts = work.scratch.counts.data() + rows.counts;
-  block.stack = work.scratch.stack.data() + stack * at;
+  block.product =
+      work.scratch.vectors.data() + worker_scratch(work) * static_cast<std::size_t>(worker);
+  block.pending = block.product + std::ptrdiff_t{work.rows->tree.most_nodes + 1} * classes.width;
   if (work.post.keep) {
     block.posterior = work.post.cls.data();
     block.likelihood = work.post.likelihood.data();
@@ -55,20 +53,31 @@ estep_kernel::block kernel_block(mlworkspace& work, int32 b) {
   return block;
 }
 
-void run_block(mlworkspace& work, int32 b) {
-  estep_kernel::block block = kernel_block(work, b);
-  const auto strata = static_cast<std::size_t>(block.end_stratum - block.first_stratum);
-  std::fill_n(block.counts, strata * work.classes.slab(), 0.0);
-  if (work.rows->codes16.empty())
-    estep_kernel::run(block, work.rows->codes8.data());
-  else
-    estep_kernel::run(block, work.rows->codes16.data());
-  work.scratch.loglik[static_cast<std::size_t>(b)] = block.loglik;
+void run_block(mlworkspace& work, int32 b, int32 worker) {
+  const row_block& chunks = work.scratch.blocks[static_cast<std::size_t>(b)];
+  estep_kernel::block block = kernel_block(work, worker);
+  estep_kernel::log_sum loglik;
+  const std::size_t slab = work.classes.slab();
+  double* counts = work.scratch.counts.data() + chunks.counts;
+  std::fill_n(counts, slab * static_cast<std::size_t>(chunks.end_stratum - chunks.first_stratum),
+              0.0);
+  for (int32 k = chunks.first_chunk; k < chunks.end_chunk; ++k) {
+    const prefix_tree::chunk& chunk = work.rows->tree.chunks[static_cast<std::size_t>(k)];
+    const double* table =
+        work.classes.table.data() + slab * static_cast<std::size_t>(chunk.stratum);
+    double* to = counts + slab * static_cast<std::size_t>(chunk.stratum - chunks.first_stratum);
+    const bool passed =
+        work.rows->codes16.empty()
+            ? estep_kernel::run(block, chunk, work.rows->codes8.data(), table, to, loglik)
+            : estep_kernel::run(block, chunk, work.rows->codes16.data(), table, to, loglik);
+    if (!passed) break;
+  }
+  work.scratch.loglik[static_cast<std::size_t>(b)] = loglik.value();
   work.scratch.failed_row[static_cast<std::size_t>(b)] = block.failed_row;
 }
 
 /// Threads that pay: below a fifth of a millisecond of work, waiting for each other costs more.
-int32 team_for(const mlworkspace& work) {
+int32 threads_that_pay(const mlworkspace& work) {
   const double products = 1.0 * work.rows->nrow * work.data.nci * work.classes.width;
   return products < 500000.0 ? 1 : work.em.threads;
 }
@@ -94,12 +103,8 @@ void lay_out_classes(mlworkspace& work) {
   class_counts& classes = work.classes;
   classes.nc = work.latent.nc;
   classes.width = padded_classes(classes.nc);
-  classes.slots = 1;
-  classes.item_slot.clear();
-  for (int32 j = 1; j <= work.data.nci; ++j) {
-    classes.item_slot.push_back(classes.slots);
-    classes.slots += work.data.nrc(j) + 1;
-  }
+  classes.item_slot = item_slots({work.data.nrc.data(), work.data.nrc.size()});
+  classes.slots = classes.item_slot.back();
   const std::size_t values = classes.slab() * static_cast<std::size_t>(work.data.nstr);
   classes.prior.clear();
   classes.table.assign(values, 0.0);
@@ -113,28 +118,24 @@ void lay_out_classes(mlworkspace& work) {
 
 void plan_estep(mlworkspace& work) {
   lay_out_classes(work);
-  const distinct_rows& rows = *work.rows;
+  const prefix_tree& tree = work.rows->tree;
   const std::size_t slab = work.classes.slab();
-  const int32 blocks = parallel::blocks_for(rows.nrow, slab);
+  const int32 blocks = std::min(tree.blocks, parallel::blocks_for(work.rows->nrow, slab));
   estep_scratch& scratch = work.scratch;
   scratch.blocks.clear();
   std::size_t counts = 0;
-  for (int32 b = 0; b < blocks; ++b) {
-    const auto range = parallel::rows_of_block(rows.nrow, b, blocks);
-    row_block block{range.first - 1, range.last, 0, 0, counts};
-    const auto stratum_of = [&](int32 row) {  // 0-based stratum of a 0-based row
-      const auto at = std::upper_bound(rows.stratum_start.begin(), rows.stratum_start.end(), row);
-      return static_cast<int32>(at - rows.stratum_start.begin()) - 1;
-    };
-    block.first_stratum = stratum_of(block.first_row);
-    block.end_stratum = stratum_of(block.end_row - 1) + 1;
-    counts += slab * static_cast<std::size_t>(block.end_stratum - block.first_stratum);
-    scratch.blocks.push_back(block);
+  for (std::size_t k = 0; k < tree.chunks.size(); ++k) {
+    const prefix_tree::chunk& chunk = tree.chunks[k];
+    const auto b = static_cast<std::size_t>(int64{chunk.block} * blocks / tree.blocks);
+    if (b == scratch.blocks.size()) {
+      scratch.blocks.push_back({static_cast<int32>(k), 0, chunk.stratum, chunk.stratum, counts});
+    }
+    row_block& block = scratch.blocks.back();
+    block.end_chunk = static_cast<int32>(k) + 1;
+    counts += slab * static_cast<std::size_t>(chunk.stratum + 1 - block.end_stratum);
+    block.end_stratum = chunk.stratum + 1;
   }
-  const auto vectors = static_cast<std::size_t>(2 * (work.data.nci + 1) + 1);
   scratch.counts.assign(counts, 0.0);
-  scratch.stack.assign(
-      vectors * static_cast<std::size_t>(work.classes.width) * scratch.blocks.size(), 0.0);
   scratch.loglik.assign(scratch.blocks.size(), 0.0);
   scratch.failed_row.assign(scratch.blocks.size(), -1);
 }
@@ -146,8 +147,13 @@ int32 estep(mlworkspace& work, error_type& err) {
     work.post.likelihood.resize(static_cast<std::size_t>(work.rows->nrow));
     work.post.cls.resize(work.post.likelihood.size() * static_cast<std::size_t>(work.latent.nc));
   }
-  parallel::for_blocks(static_cast<int32>(work.scratch.blocks.size()), team_for(work),
-                       [&](int32 b) { run_block(work, b); });
+  const auto blocks = static_cast<int32>(work.scratch.blocks.size());
+  const int32 threads = threads_that_pay(work);
+  const auto workers = static_cast<std::size_t>(parallel::team_for(blocks, threads));
+  if (work.scratch.vectors.size() < workers * worker_scratch(work))
+    work.scratch.vectors.resize(workers * worker_scratch(work));
+  parallel::for_blocks_by_worker(blocks, threads,
+                                 [&](int32 b, int32 worker) { run_block(work, b, worker); });
   const auto& failed = work.scratch.failed_row;
   if (std::any_of(failed.begin(), failed.end(), [](int32 row) { return row >= 0; }))
     return fail(err, here, error_code::division_by_zero, {text("post_denom")});

@@ -93,6 +93,7 @@ std::shared_ptr<const distinct_rows> rows_of(const dataset_type& dataset) {
   columns.freq = dataset.freq_set ? &dataset.freq : nullptr;
   columns.weight = dataset.weight_set ? &dataset.weight : nullptr;
   columns.nstr = dataset.nstr;
+  columns.nrc = &dataset.nrc;
   dataset.rows = collapse_cases(columns);
   return dataset.rows;
 }

@@ -64,17 +64,17 @@ struct posteriors {
   std::vector<double> likelihood;  ///< nrow
 };
 
-/// Rows of one block of the parallel sums and the strata that they touch, 0-based.
+/// Chunks of one block of the parallel sums and the strata that they touch, 0-based.
 struct row_block {
-  int32 first_row = 0, end_row = 0, first_stratum = 0, end_stratum = 0;
+  int32 first_chunk = 0, end_chunk = 0, first_stratum = 0, end_stratum = 0;
   std::size_t counts = 0;  ///< offset of the block's slabs in the scratch
 };
 
-/// Scratch of the E-step, sized once.
+/// Scratch of the E-step.
 struct estep_scratch {
   std::vector<row_block> blocks;
   std::vector<double> counts;     ///< slabs of all blocks
-  std::vector<double> stack;      ///< one stack of class vectors per block
+  std::vector<double> vectors;    ///< products and pending sums of the nodes, per worker
   std::vector<double> loglik;     ///< one per block
   std::vector<int32> failed_row;  ///< one per block, -1 for none
 };
