@@ -17,7 +17,7 @@ constexpr routine catmod{"md_catmod", "estimation"};
 
 constexpr int32 most_passes = 1000;
 /// Bound on pairs of class and pattern times passes, about a minute's work.
-constexpr int64 most_work = int64{1} << 33;
+constexpr int64 most_work = int64{1} << 31;
 
 int32 refuse_memory(error_type& err, std::string_view label) {
   err_handle(err, error_code::allocation, {.whichsub = catmod.whichsub(), .msg = label});

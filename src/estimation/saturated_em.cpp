@@ -256,9 +256,11 @@ class pass_loop {
   }
 
  private:
+  static constexpr int32 sweeps = 4;  ///< before each pass but the first
+
   /// \return whether the passes are over
   bool step(values& from, values& to) {
-    if (passes_ > 0 && !controls_.plain) em_.sweep(from);
+    for (int32 i = 0; i < sweeps && passes_ > 0 && !controls_.plain; ++i) em_.sweep(from);
     const double change = em_.pass(from, to);
     ++passes_;
     converged_ = change / cells_ <= controls_.criterion &&
