@@ -7,59 +7,12 @@
 
 #include <algorithm>
 #include <chrono>
-#include <stdexcept>
-#include <string>
 
-#include "api/exports.hpp"
-#include "api/generated/call_records.hpp"
-#include "lca_data.hpp"
+#include "lca_run.hpp"
 
 namespace {
 
-using namespace tolvenra;
-
-struct problem {
-  int n, items, categories, classes;
-  std::vector<std::int32_t> nrc, y;
-
-  problem(int cases, int nitems, int ncategories, int nclasses)
-      : n(cases),
-        items(nitems),
-        categories(ncategories),
-        classes(nclasses),
-        nrc(static_cast<std::size_t>(nitems), ncategories),
-        y(bench::draw_responses(cases, nitems, ncategories, nclasses, 20260101)) {}
-
-  /// \return iterations of the chosen start
-  int run(int starts, double criterion, int max_iter, int threads) const {
-    std::vector<double> gamma(static_cast<std::size_t>(classes));
-    std::vector<double> rho(static_cast<std::size_t>(items * classes * categories));
-    std::vector<std::int32_t> iterations(static_cast<std::size_t>(starts));
-    std::string message(400, ' ');
-    api::lca_call call{};
-    call.nci = items;
-    call.nrc = nrc.data();
-    call.nrcmax = categories;
-    call.nkase = n;
-    call.nstr = 1;
-    call.y = y.data();
-    call.nc = classes;
-    call.gamma = gamma.data();
-    call.rho = rho.data();
-    call.nstarts = starts;
-    call.seed = 17;
-    call.criterion = criterion;
-    call.max_iter = max_iter;
-    call.max_threads = threads;
-    call.start_iter = iterations.data();
-    call.msg_len = static_cast<std::int32_t>(message.size());
-    call.message = message.data();
-    if (api::guarded_run_lca(call) != 0) throw std::runtime_error(message);
-    int total = 0;
-    for (const int count : iterations) total += count;
-    return total;
-  }
-};
+using tolvenra::bench::problem;
 
 void fit_s(benchmark::State& state) {
   const problem p(1000, 10, 2, 4);
