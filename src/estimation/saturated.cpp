@@ -48,17 +48,13 @@ int32 copy_patterns(const mlworkspace& work, const stratum_patterns& patterns, m
 
 /// Sorts the patterns by which responses they hold.
 int32 sort_by_missingness(mdinfo_type& mdinfo, array<double, 1>& keys, error_type& err) {
-  array<int32, 2> held;
   array<int32, 1> range;
-  const int32 npatt = mdinfo.orig_obspat.n[0];
-  const int32 p = mdinfo.levs.n[0];
-  if (int2_alloc(held, npatt, p, err) != 0 || int1_alloc(range, p, err) != 0)
+  if (int1_alloc(range, mdinfo.levs.n[0], err) != 0)
     return fail(err, preliminaries,
                 {text("Could not allocate one or more of the local variables.")});
-  for (std::size_t q = 0; q < held.size(); ++q)
-    held.flat[q] = mdinfo.orig_obspat.flat[q] > 0 ? 1 : 0;
   std::fill(range.flat.begin(), range.flat.end(), 2);
-  return sort_by_key(held, range, mdinfo.ord, keys, err);
+  const auto held = [&](int32 i, int32 j) { return mdinfo.orig_obspat(i, j) > 0 ? 1 : 0; };
+  return sort_by_key(mdinfo.orig_obspat.n[0], held, range, mdinfo.ord, keys, err);
 }
 
 int32 allocate_groups(int32 groups, mdinfo_type& mdinfo, error_type& err) {

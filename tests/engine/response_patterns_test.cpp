@@ -43,7 +43,8 @@ TEST(SortByKey, TellsAnyNumberOfColumnsApart) {
       if (i % 3 == 1)
         y(i, static_cast<int32>(engine() % static_cast<unsigned>(t.columns)) + 1) = t.codes - 1;
     }
-    ASSERT_EQ(estimation::sort_by_key(y, range, index, keys, err), 0);
+    const auto code = [&](int32 i, int32 j) { return y(i, j); };
+    ASSERT_EQ(estimation::sort_by_key(n, code, range, index, keys, err), 0);
     const auto compare = [&](int32 a, int32 b) {  // the last column decides first
       for (int32 j = t.columns; j >= 1; --j)
         if (y(a, j) != y(b, j)) return y(a, j) < y(b, j) ? -1 : 1;
