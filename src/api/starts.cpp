@@ -128,12 +128,11 @@ std::unique_ptr<fitted_start> run_starts(const start_search& search,
   const bool apart = side_by_side(search, count);
   std::vector<std::unique_ptr<fitted_start>> best(static_cast<std::size_t>(apart ? threads : 1));
   search.progress->begin_stage(run_stage::starts, count);
-  parallel::for_tasks(count, static_cast<int32>(best.size()), [&](int32 i) {
-    const int32 thread = apart ? parallel::thread_number() : 0;
+  parallel::for_tasks(count, static_cast<int32>(best.size()), [&](int32 i, int32 worker) {
     start_outcome& outcome = outcomes[static_cast<std::size_t>(i)];
     try {
-      run_one(search, i + 1, apart ? 1 : threads, thread == 0, outcome,
-              best[static_cast<std::size_t>(thread)], outcomes);
+      run_one(search, i + 1, apart ? 1 : threads, worker == 0, outcome,
+              best[static_cast<std::size_t>(worker)], outcomes);
     } catch (const std::exception&) {
       note_lack_of_memory(outcome);
     }

@@ -90,19 +90,21 @@ void for_blocks(int32 blocks, int32 threads, Body&& body) {
   for_blocks_by_worker(blocks, threads, [&](int32 b, int32) { body(b); });
 }
 
-/// Runs body(i) for i = 0..n-1, handed out one by one in ascending order.
+/// Runs body(i, worker) for i = 0..n-1, handed out one by one in ascending order to the workers
+/// 0..team_for(n, threads)-1; worker 0 is the calling thread.
 template <class Body>
 void for_tasks(int32 n, int32 threads, Body&& body) {
   const int32 team = team_for(n, threads);
   if (team == 1) {
-    for (int32 i = 0; i < n; ++i) body(i);
+    for (int32 i = 0; i < n; ++i) body(i, 0);
     return;
   }
 #pragma omp parallel num_threads(team)
   {
     const fp_environment_guard plain;
+    const int32 worker = thread_number();
 #pragma omp for schedule(dynamic, 1)
-    for (int32 i = 0; i < n; ++i) body(i);
+    for (int32 i = 0; i < n; ++i) body(i, worker);
   }
 }
 

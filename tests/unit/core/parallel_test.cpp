@@ -67,9 +67,12 @@ TEST(FpEnvironment, IsPlainInsideAndTheHostsOwnAfterwards) {
 
 TEST(ForTasks, RunsEachTaskOnce) {
   std::vector<int32> runs(1000, 0);
-  for_tasks(1000, 4, [&](int32 i) { ++runs[static_cast<std::size_t>(i)]; });
+  for_tasks(1000, 4, [&](int32 i, int32 worker) {
+    EXPECT_LT(worker, 4);
+    ++runs[static_cast<std::size_t>(i)];
+  });
   EXPECT_EQ(runs, std::vector<int32>(1000, 1));
-  for_tasks(0, 4, [&](int32) { FAIL(); });
+  for_tasks(0, 4, [&](int32, int32) { FAIL(); });
   for_blocks(0, 4, [&](int32) { FAIL(); });
 }
 
