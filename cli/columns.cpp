@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "input_error.hpp"
+#include "near_names.hpp"
 
 namespace tolvenra::cli {
 namespace {
@@ -20,44 +21,6 @@ std::string lower(std::string_view text) {
   for (char& c : result)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   return result;
-}
-
-/// Insertions, deletions and replacements that turn one text into the other (Levenshtein).
-std::size_t edit_distance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  for (std::size_t j = 0; j < row.size(); ++j) row[j] = j;
-  for (std::size_t i = 1; i <= a.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i);
-    for (std::size_t j = 1; j <= b.size(); ++j) {
-      const std::size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-      diagonal = row[j];
-      row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
-    }
-  }
-  return row.back();
-}
-
-std::string near_names(const data_table& table, std::string_view wanted) {
-  std::vector<std::pair<std::size_t, std::string>> near;
-  const std::string folded = lower(wanted);
-  const std::size_t most = std::min<std::size_t>(folded.size() / 2, 2);
-  for (const table_column& column : table.columns) {
-    const std::size_t distance = edit_distance(folded, lower(column.name));
-    if (!column.name.empty() && distance <= most)
-      near.emplace_back(distance, '"' + column.name + '"');
-  }
-  std::stable_sort(near.begin(), near.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
-  if (near.size() > 3) near.resize(3);
-  std::vector<std::string> names;
-  names.reserve(near.size());
-  for (auto& [distance, name] : near) names.push_back(std::move(name));
-  if (!names.empty()) return fmt::format("Did you mean {}?", fmt::join(names, " or "));
-  constexpr std::size_t shown = 20;
-  for (std::size_t j = 0; j < std::min(shown, table.columns.size()); ++j)
-    names.push_back(table.columns[j].name);
-  return fmt::format("The columns are {}{}.", fmt::join(names, ", "),
-                     table.columns.size() > shown ? ", ..." : "");
 }
 
 std::optional<std::size_t> column_named(const data_table& table, std::string_view name) {
@@ -192,8 +155,10 @@ bool missing_texts::operator()(const std::string& text) const {
 
 std::size_t find_column(const data_table& table, std::string_view name, std::string_view asked_by) {
   if (const auto column = column_named(table, name)) return *column;
+  std::vector<std::string> known;
+  for (const table_column& column : table.columns) known.push_back(column.name);
   throw input_error::of("{}: {} has no column \"{}\". {}", asked_by, table.source, name,
-                        near_names(table, name));
+                        suggestion(name, known, "The columns"));
 }
 
 std::vector<std::size_t> select_columns(const data_table& table,
@@ -249,6 +214,54 @@ categories categorise(const data_table& table, std::size_t column, const missing
   return result;
 }
 
+categories categorise_as(const data_table& table, std::size_t column, const missing_texts& missing,
+                         const std::vector<std::string>& labels, std::string_view asked_by) {
+  const table_column& from = table.columns[column];
+  categories result{from.name, labels, {}};
+  std::vector<std::int32_t> code_of_value;
+  for (std::size_t v = 0; v < from.values.size(); ++v) {
+    code_of_value.push_back(0);
+    if (missing(from.values[v])) continue;
+    const auto at = find_label(labels, from.values[v]);
+    if (!at)
+      throw input_error::of(
+          "{}, line {}: \"{}\" holds \"{}\", which is none of the categories {} of {}.",
+          table.source, table.line[first_row_of(from, v)], from.name, from.values[v],
+          fmt::join(labels, ", "), asked_by);
+    code_of_value.back() = static_cast<std::int32_t>(*at) + 1;
+  }
+  for (const std::int32_t code : from.code)
+    result.code.push_back(code_of_value[static_cast<std::size_t>(code)]);
+  return result;
+}
+
+std::optional<std::size_t> find_label(const std::vector<std::string>& labels,
+                                      std::string_view text) {
+  const auto same = std::find(labels.begin(), labels.end(), text);
+  if (same != labels.end()) return static_cast<std::size_t>(same - labels.begin());
+  for (const auto value_of : {as_number, as_boolean}) {
+    const auto value = value_of(text);
+    const auto known = [&](const std::string& label) { return value_of(label).has_value(); };
+    if (!value || !std::all_of(labels.begin(), labels.end(), known)) continue;
+    for (std::size_t k = 0; k < labels.size(); ++k)
+      if (value_of(labels[k]) == value) return k;
+  }
+  return std::nullopt;
+}
+
+namespace {
+
+/// The number of every row, from those of the distinct texts.
+std::vector<double> by_row(const table_column& from, const std::vector<double>& number) {
+  std::vector<double> result;
+  result.reserve(from.code.size());
+  for (const std::int32_t code : from.code)
+    result.push_back(number[static_cast<std::size_t>(code)]);
+  return result;
+}
+
+}  // namespace
+
 std::vector<double> positive_numbers(const data_table& table, std::size_t column,
                                      std::string_view meaning) {
   const table_column& from = table.columns[column];
@@ -268,11 +281,31 @@ std::vector<double> positive_numbers(const data_table& table, std::size_t column
                                        : fmt::format("\"{}\"", text),
                           value || no_number ? "positive" : "finite positive");
   }
-  std::vector<double> result;
-  result.reserve(from.code.size());
-  for (const std::int32_t code : from.code)
-    result.push_back(number[static_cast<std::size_t>(code)]);
-  return result;
+  return by_row(from, number);
+}
+
+std::vector<double> covariate_numbers(const data_table& table, std::size_t column,
+                                      const missing_texts& missing) {
+  const table_column& from = table.columns[column];
+  std::vector<double> number(from.values.size());
+  for (std::size_t v = 0; v < from.values.size(); ++v) {
+    const auto complain = [&](std::string_view found, std::string_view remedy) {
+      return input_error::of("{}, line {}: covariate \"{}\" is {}; {}", table.source,
+                             table.line[first_row_of(from, v)], from.name, found, remedy);
+    };
+    const std::string& text = from.values[v];
+    if (missing(text))
+      throw complain("missing", "every row needs a value. Remove the row or fill in the value.");
+    const auto value = as_number(text);
+    if (!value && is_not_finite(text))
+      throw complain('"' + text + '"', "it should be a finite number.");
+    if (!value)
+      throw complain('"' + text + "\", which is no number",
+                     "turn categories into columns of 0 and 1, one for each category but one, and "
+                     "name these columns instead.");
+    number[v] = *value;
+  }
+  return by_row(from, number);
 }
 
 }  // namespace tolvenra::cli

@@ -52,6 +52,21 @@ std::vector<std::size_t> select_columns(const data_table& table,
 /// input_error for more than 999 categories and for "inf" or "nan" among numbers.
 categories categorise(const data_table& table, std::size_t column, const missing_texts& missing);
 
+/// Offset of the label that stands for a text: the same text, or the same number or boolean where
+/// all labels are such.
+std::optional<std::size_t> find_label(const std::vector<std::string>& labels,
+                                      std::string_view text);
+
+/// The categories that the user listed, in that order; throws input_error, which names the line,
+/// for any other text. \param asked_by  where the list stands
+categories categorise_as(const data_table& table, std::size_t column, const missing_texts& missing,
+                         const std::vector<std::string>& labels, std::string_view asked_by);
+
+/// A column of finite numbers without a gap; throws input_error, which names the line, for anything
+/// else.
+std::vector<double> covariate_numbers(const data_table& table, std::size_t column,
+                                      const missing_texts& missing);
+
 /// A column of positive finite numbers; throws input_error, which names the line, for anything
 /// else.
 std::vector<double> positive_numbers(const data_table& table, std::size_t column,

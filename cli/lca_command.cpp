@@ -8,6 +8,7 @@
 
 #include "input_error.hpp"
 #include "json_output.hpp"
+#include "model_file.hpp"
 #include "output_file.hpp"
 #include "posteriors.hpp"
 #include "progress.hpp"
@@ -58,6 +59,12 @@ std::optional<std::string> write_files(const output_files& outputs, const data_t
 }  // namespace
 
 exit_code run_lca_command(const lca_options& options) {
+  check_options(options);
+  if (options.print_model) {
+    const data_table table = read_table(options.file);
+    print_all(stdout, model_text(prepare_lca(table, options), options));
+    return exit_good;
+  }
   const output_files outputs(options);
   const data_table table = read_table(options.file);
   const lca_data data = prepare_lca(table, options);

@@ -26,6 +26,19 @@ std::string trimmed(const std::vector<char>& message) {
   return text.substr(0, text.find_last_not_of(std::string(" \0\n\r", 4)) + 1);
 }
 
+std::vector<double> covariate_matrix(const lca_data& data) {
+  std::vector<double> cov;
+  for (const covariate& column : data.covariates)
+    cov.insert(cov.end(), column.value.begin(), column.value.end());
+  return cov;
+}
+
+/// While classes are listed by size, the fit knows no reference of the user's: the answer expresses
+/// the coefficients against it afterwards, and the fit is the same whichever it is.
+std::size_t engine_reference(const lca_model& model) {
+  return model.tells_classes_apart() && !model.binary ? model.reference : 0;
+}
+
 struct start_arrays {
   int32_array seed, iterations, status;
   std::vector<double> loglik;
@@ -50,9 +63,12 @@ bool engine_matches() {
   return mismatch == 0;
 }
 
-std::int32_t most_categories_of(const lca_data& data) {
-  const int32_array nrc = category_counts(data);
-  return *std::max_element(nrc.begin(), nrc.end());
+bool covariates_are_tested(const lca_data& data) {
+  return !data.covariates.empty() && data.weight.empty();
+}
+
+std::int32_t starts_of(const lca_data& data, const lca_options& options) {
+  return data.model.start_given ? 1 : options.starts;
 }
 
 lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progress* progress) {
@@ -63,38 +79,55 @@ lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progr
   const int32_array nrc = category_counts(data);
   const std::int32_t nrcmax = most_categories_of(data);
   const int32_array y = responses(data);
+  const lca_model& model = data.model;
+  const std::vector<double> cov = covariate_matrix(data);
+  const auto ncov = static_cast<std::int32_t>(data.covariates.size());
+  const std::int32_t nstarts = starts_of(data, options);
+  const auto reference = static_cast<std::int32_t>(engine_reference(model)) + 1;
+  const auto compared = static_cast<std::int32_t>(model.compared) + 1;
   const bool want_post = !options.posteriors.empty();
+  const bool want_tests = covariates_are_tested(data);
+  const auto codes = [](const int32_array& code) { return code.empty() ? nullptr : code.data(); };
 
   lca_fit fit;
-  fit.gamma.resize(nc * data.groups());
-  fit.rho.resize(fit.gamma.size() * data.items.size() * static_cast<std::size_t>(nrcmax));
+  fit.gamma = model.gamma;
+  fit.rho = model.rho;
+  if (ncov > 0) fit.beta = model.beta;
+  if (ncov > 0) fit.beta.resize(fit.gamma.size() * (data.covariates.size() + 1));
+  if (want_tests) {
+    fit.test_stat.resize(data.covariates.size());
+    fit.test_p.resize(data.covariates.size());
+    fit.test_status.resize(data.covariates.size());
+  }
   if (want_post) fit.post_cls.resize(data.rows * nc);
-  start_arrays starts(static_cast<std::size_t>(options.starts));
+  start_arrays starts(static_cast<std::size_t>(nstarts));
   std::vector<char> message(8192, ' ');
   std::uint8_t converged = 0;
 
   const std::int32_t status = runlca(
-      progress, nitem, nrc.data(), nrcmax, nrow, /*ncov=*/0, ngroup, y.data(),
+      progress, nitem, nrc.data(), nrcmax, nrow, ncov, ngroup, y.data(),
       /*strata_given=*/data.group ? 1 : 0, /*freq_given=*/data.freq.empty() ? 0 : 1,
       /*weight_given=*/data.weight.empty() ? 0 : 1, data.group ? data.group->code.data() : nullptr,
-      /*clusters=*/nullptr, /*cov=*/nullptr, data.freq.data(), data.weight.data(), options.classes,
-      /*rho_equal_strata=*/0, /*binary_wanted=*/0, /*baseline_gamma=*/nullptr,
-      /*binary_gamma=*/nullptr, fit.gamma.data(), fit.rho.data(), /*beta=*/nullptr,
+      /*clusters=*/nullptr, ncov > 0 ? cov.data() : nullptr, data.freq.data(), data.weight.data(),
+      options.classes,
+      /*rho_equal_strata=*/options.invariant ? 1 : 0, /*binary_wanted=*/model.binary ? 1 : 0,
+      &reference, &compared, fit.gamma.data(), fit.rho.data(), ncov > 0 ? fit.beta.data() : nullptr,
       want_post ? fit.post_cls.data() : nullptr, /*response_patterns=*/nullptr,
       /*pattern_counts=*/nullptr, /*std_gamma=*/nullptr, /*std_gamma_model=*/nullptr,
       /*std_rho=*/nullptr, /*std_beta=*/nullptr, /*cov_b=*/nullptr, /*se_option=*/0,
-      fit.run_info.data(), /*start_given=*/0, /*gamma_restrictions=*/nullptr,
-      /*rho_restrictions=*/nullptr, options.starts, options.seed, /*seed2=*/0, starts.seed.data(),
-      starts.loglik.data(), starts.converged.data(), starts.iterations.data(),
-      /*beta_prior_strength=*/0.0, /*rho_prior_strength=*/0.0, /*gamma_prior_strength=*/0.0,
-      options.criterion, options.max_iter, options.threads, &converged, &fit.iterations,
+      fit.run_info.data(), /*start_given=*/model.start_given ? 1 : 0, codes(model.gamma_code),
+      codes(model.rho_code), nstarts, options.seed, /*seed2=*/0, starts.seed.data(),
+      starts.loglik.data(), starts.converged.data(), starts.iterations.data(), options.prior_beta,
+      options.prior_rho, options.prior_gamma, options.criterion, options.max_iter, options.threads,
+      &converged, &fit.iterations,
       /*max_abs_diff=*/nullptr, /*mean_abs_diff=*/nullptr, starts.status.data(), /*deff=*/nullptr,
       &fit.loglik, &fit.overflow_count, &fit.apparent_df, fit.n_params.data(), &fit.G2,
       /*aic=*/nullptr, /*bic=*/nullptr, /*caic=*/nullptr, /*abic=*/nullptr, /*entropyraw=*/nullptr,
       /*entropy=*/nullptr, fit.fit_extra.data(), /*cat_loglik=*/nullptr, /*cat_g2=*/nullptr,
       /*cat_df=*/nullptr, /*llvec=*/nullptr, /*n_clusters=*/nullptr, /*cluster_min=*/nullptr,
-      /*cluster_max=*/nullptr, want_post ? 1 : 0, /*want_tests=*/0, /*want_draws=*/0,
-      /*drawn_class=*/nullptr, /*test_stat=*/nullptr, /*test_p=*/nullptr, /*test_status=*/nullptr,
+      /*cluster_max=*/nullptr, want_post ? 1 : 0, want_tests ? 1 : 0, /*want_draws=*/0,
+      /*drawn_class=*/nullptr, want_tests ? fit.test_stat.data() : nullptr,
+      want_tests ? fit.test_p.data() : nullptr, want_tests ? fit.test_status.data() : nullptr,
       /*madvec=*/nullptr, static_cast<std::int32_t>(message.size()), message.data());
 
   fit.completed = status == 0;

@@ -27,9 +27,13 @@ struct lca_fit {
   std::array<std::int32_t, TOLVENRA_RUN_INFO_SIZE> run_info{};
   std::array<std::int32_t, TOLVENRA_N_PARAMS_SIZE> n_params{};
   std::array<double, TOLVENRA_FIT_EXTRA_SIZE> fit_extra{};
-  std::vector<double> gamma;     ///< (nc, ngroup)
-  std::vector<double> rho;       ///< (nitem, nc, nrcmax, ngroup)
-  std::vector<double> post_cls;  ///< (nrow, nc); empty when not wanted
+  std::vector<double> gamma;              ///< (nc, ngroup)
+  std::vector<double> rho;                ///< (nitem, nc, nrcmax, ngroup)
+  std::vector<double> beta;               ///< (ncov + 1, nc, ngroup); empty without covariates
+  std::vector<double> post_cls;           ///< (nrow, nc); empty when not wanted
+  std::vector<double> test_stat, test_p;  ///< one per covariate; empty when not made
+  std::vector<std::int32_t>
+      test_status;  ///< 0 good, 5 statistic <= 0, 2 not converged, else failed
   std::vector<lca_start> starts;
 };
 
@@ -39,8 +43,11 @@ inline constexpr std::array<std::int32_t, 3> interface_version{4, 3, 2};
 /// Does the library that was loaded offer this interface?
 bool engine_matches();
 
-/// The largest number of categories of an item.
-std::int32_t most_categories_of(const lca_data& data);
+/// Can the effect of each covariate be tested? Not with sampling weights, as yet.
+bool covariates_are_tested(const lca_data& data);
+
+/// Starts that are made: one when the model says where to start.
+std::int32_t starts_of(const lca_data& data, const lca_options& options);
 
 lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progress* progress);
 

@@ -9,6 +9,7 @@
 #include "input_error.hpp"
 #include "lca_command.hpp"
 #include "lca_run.hpp"
+#include "model_file.hpp"
 #include "output_file.hpp"
 
 namespace tolvenra::cli {
@@ -22,11 +23,15 @@ std::string version_text() {
 exit_code run(int argc, char** argv) {
   CLI::App app("Latent class analysis of data files", "tolvenra");
   lca_options lca;
-  const CLI::App* lca_command = add_lca_command(app, lca);
+  CLI::App* lca_command = add_lca_command(app, lca);
   app.set_version_flag("--version", version_text, "Print the version");
   app.require_subcommand(1);
   try {
     app.parse(argc, argv);
+    if (!lca.model.empty()) {  // once more: the command line comes before the file
+      lca = read_model_file(lca.model);
+      app.parse(argc, argv);
+    }
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? exit_good : exit_bad_input;
   }
@@ -35,6 +40,7 @@ exit_code run(int argc, char** argv) {
                fmt::join(interface_version, "."));
     return exit_analysis_failed;
   }
+  forget_overridden(*lca_command, lca);
   return lca_command->parsed() ? run_lca_command(lca) : exit_bad_input;
 }
 

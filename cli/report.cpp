@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "membership_report.hpp"
 #include "utf8.hpp"
 
 namespace tolvenra::cli {
@@ -14,14 +15,7 @@ using table_rows = std::vector<std::vector<std::string>>;
 /// As many classes as fit side by side on a line of 100 characters with room for labels.
 constexpr std::size_t classes_side_by_side = 8;
 
-std::string fixed(double value) {
-  std::string text = fmt::format("{:.4f}", value);
-  return text.find_first_not_of("-0.") == std::string::npos ? "0.0000" : text;  // never "-0.0000"
-}
-
 std::string whole_or_exact(double value) { return fmt::format("{}", value); }
-
-std::string p_text(double p) { return p < 0.00005 ? "p < 0.0001" : "p = " + fixed(p); }
 
 std::string sample_section(const lca_data& data, const lca_options& options) {
   table_rows rows{{"Data", options.file == "-" ? "standard input" : options.file},
@@ -40,6 +34,12 @@ std::string sample_section(const lca_data& data, const lca_options& options) {
     rows.push_back({"Groups", fmt::format("{} in {}: {}", data.groups(), data.group->name,
                                           fmt::join(groups, ", "))});
   }
+  if (options.invariant) rows.push_back({"", "the same response probabilities in every group"});
+  if (!data.covariates.empty()) {
+    std::vector<std::string> names;
+    for (const covariate& column : data.covariates) names.push_back(column.name);
+    rows.push_back({"Covariates", fmt::format("{}", fmt::join(names, ", "))});
+  }
   return "Sample\n" + aligned(rows, 2);
 }
 
@@ -55,11 +55,15 @@ std::string item_section(const lca_data& data) {
   return "Items\n" + aligned(rows, 3);
 }
 
-std::string fit_section(const lca_answer& answer) {
+std::string fit_section(const lca_answer& answer, bool covariates) {
   const lca_fit_figures& fit = answer.figures;
-  table_rows rows{{"Log-likelihood", fixed(fit.loglik)},
-                  {"Parameters", fmt::format("{}", fit.n_params)},
-                  {"Degrees of freedom", fit.df ? fmt::format("{}", *fit.df) : "> 2147483647"}};
+  table_rows rows{{"Log-likelihood", fixed(fit.loglik)}};
+  if (fit.penalised_loglik) rows.push_back({"with log prior", fixed(*fit.penalised_loglik)});
+  rows.push_back({"Parameters", fmt::format("{}", fit.n_params)});
+  if (fit.independent > 0 && fit.independent != fit.n_params)
+    rows.push_back({"of these independent", fmt::format("{}", fit.independent)});
+  if (!covariates)
+    rows.push_back({"Degrees of freedom", fit.df ? fmt::format("{}", *fit.df) : "> 2147483647"});
   if (fit.G2) rows.push_back({"G²", fixed(*fit.G2)});
   const std::size_t g2_line = rows.size() - 1;
   if (fit.X2) rows.push_back({"X²", fixed(*fit.X2)});
@@ -78,25 +82,29 @@ std::string fit_section(const lca_answer& answer) {
   return "Fit\n" + text;
 }
 
-std::string search_section(const lca_options& options, const lca_answer& answer) {
+std::string search_section(const lca_data& data, const lca_options& options,
+                           const lca_answer& answer) {
   std::string text = fmt::format("{} after {} iterations (criterion {}, seed {}).\n",
                                  answer.converged ? "Converged" : "Not converged",
                                  answer.iterations, options.criterion, options.seed);
-  text += fmt::format("Best log-likelihood reached by {} of {} starts.\n", answer.best_start_hits,
-                      options.starts);
+  text += data.model.start_given ? "One start, from the starting values of the model.\n"
+                                 : fmt::format("Best log-likelihood reached by {} of {} starts.\n",
+                                               answer.best_start_hits, options.starts);
   for (const std::string& warning : answer.warnings) text += "Warning: " + warning + '\n';
   return text;
 }
 
-std::vector<std::string> with_class_names(std::vector<std::string> heading, std::size_t first,
-                                          std::size_t end) {
-  for (std::size_t c = first; c < end; ++c) heading.push_back(fmt::format("Class {}", c + 1));
+std::vector<std::string> with_class_names(std::vector<std::string> heading, const lca_data& data,
+                                          std::size_t first, std::size_t end) {
+  const std::vector<std::string>& names = data.model.class_names;
+  for (std::size_t c = first; c < end; ++c)
+    heading.push_back(names.empty() ? fmt::format("Class {}", c + 1) : names[c]);
   return heading;
 }
 
 std::string share_table(const lca_data& data, const lca_answer& answer, std::size_t first,
                         std::size_t end) {
-  table_rows rows{with_class_names({data.group ? "Group" : ""}, first, end)};
+  table_rows rows{with_class_names({data.group ? "Group" : ""}, data, first, end)};
   const auto add = [&](const std::string& name, const std::vector<double>& shares) {
     rows.push_back({name});
     for (std::size_t c = first; c < end; ++c) rows.back().push_back(fixed(shares[c]));
@@ -109,7 +117,7 @@ std::string share_table(const lca_data& data, const lca_answer& answer, std::siz
 
 std::string response_table(const lca_data& data, const std::vector<lca_answer::item_table>& rho,
                            std::size_t first, std::size_t end) {
-  table_rows rows{with_class_names({"Item", "Category"}, first, end)};
+  table_rows rows{with_class_names({"Item", "Category"}, data, first, end)};
   for (std::size_t j = 0; j < data.items.size(); ++j)
     for (std::size_t k = 0; k < data.items[j].labels.size(); ++k) {
       rows.push_back({k == 0 ? data.items[j].name : "", data.items[j].labels[k]});
@@ -130,6 +138,13 @@ std::string in_blocks(std::size_t classes, Table&& table) {
 }
 
 }  // namespace
+
+std::string fixed(double value) {
+  std::string text = fmt::format("{:.4f}", value);
+  return text.find_first_not_of("-0.") == std::string::npos ? "0.0000" : text;
+}
+
+std::string p_text(double p) { return p < 0.00005 ? "p < 0.0001" : "p = " + fixed(p); }
 
 std::string aligned(const std::vector<std::vector<std::string>>& rows, std::size_t left,
                     std::string_view indent) {
@@ -156,14 +171,19 @@ std::string lca_report(const lca_data& data, const lca_options& options, const l
   std::string text =
       fmt::format("Latent class analysis: {} class{}, {} item{}\n\n", classes,
                   classes == 1 ? "" : "es", data.items.size(), data.items.size() == 1 ? "" : "s");
-  text += sample_section(data, options) + '\n' + item_section(data) + '\n' + fit_section(answer) +
-          '\n' + search_section(options, answer) + '\n';
+  text += sample_section(data, options) + '\n' + item_section(data) + '\n' +
+          fit_section(answer, !data.covariates.empty()) + '\n' +
+          search_section(data, options, answer) + '\n';
   text += "Class shares\n" + in_blocks(classes, [&](std::size_t first, std::size_t end) {
             return share_table(data, answer, first, end);
           });
-  for (std::size_t g = 0; g < data.groups(); ++g) {
+  text += membership_sections(data, answer);
+  for (std::size_t g = 0; g < (options.invariant ? 1 : data.groups()); ++g) {
     text += "\nItem-response probabilities";
-    if (data.group) text += fmt::format(" in group {}", data.group->labels[g]);
+    if (options.invariant) {
+      text += " in every group";
+    } else if (data.group)
+      text += fmt::format(" in group {}", data.group->labels[g]);
     text += '\n' + in_blocks(classes, [&](std::size_t first, std::size_t end) {
               return response_table(data, answer.rho[g], first, end);
             });

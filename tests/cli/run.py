@@ -8,6 +8,9 @@ A file holds cases; each starts with a line "== what it proves" and runs in an e
     write NAME TEXT         a file; \\n, \\r, \\t, \\xNN, \\\\ are escapes
     link NAME TARGET        a symbolic link
     expand NAME FROM COL    the data of FROM with every row repeated as often as COL says
+    simulate NAME ROWS SEED made-up answers A to E of three classes, which depend on age and x
+    lines NAME              a file; its lines follow, each behind "| "
+    save NAME               a file with the standard output of the last command
     stdin NAME              the next command reads this file
     terminal                the next command's standard error is a terminal
     interrupt SECONDS       the next command gets Ctrl-C after this time
@@ -31,6 +34,7 @@ import math
 import os
 import pathlib
 import pty
+import random
 import shlex
 import signal
 import subprocess
@@ -79,6 +83,7 @@ class Case:
         self.folder = pathlib.Path(folder)
         self.written = set()
         self.setup = {}
+        self.growing = None
         self.result = None
 
     def settle(self):
@@ -113,6 +118,35 @@ class Case:
                 for _ in range(int(row[at]) if i else 1):
                     writer.writerow(row[:at] + row[at + 1:])
         self.written.add(name)
+
+    def do_simulate(self, rest):
+        name, rows, seed = rest.split()
+        draw = random.Random(int(seed)).random
+        profiles = [[0.9, 0.85, 0.8, 0.9, 0.15], [0.8, 0.2, 0.75, 0.2, 0.2],
+                    [0.1, 0.2, 0.15, 0.1, 0.8]]
+        lines = ["id,A,B,C,D,E,age,x,sex"]
+        for i in range(int(rows)):
+            age, x = 20 + int(50 * draw()), round(4 * draw() - 2, 3)
+            sex = "m" if draw() < 0.5 else "f"
+            odds = [1, math.exp(-1 + 0.03 * (age - 45) + 0.5 * x), math.exp(0.2 - 0.8 * x)]
+            at, cls = draw() * sum(odds), 0
+            while cls < 2 and at > odds[cls]:
+                at -= odds[cls]
+                cls += 1
+            answers = ["yes" if draw() < p else "no" for p in profiles[cls]]
+            lines.append(",".join(map(str, [i + 1, *answers, age, x, sex])))
+        self.path(name).write_text("\n".join(lines) + "\n")
+        self.written.add(name)
+
+    def do_lines(self, rest):
+        self.path(rest).write_text("")
+        self.written.add(rest)
+        self.growing = self.path(rest)
+
+    def do_save(self, rest):
+        self.settle()
+        self.path(rest).write_text(self.result["out"], encoding="utf-8")
+        self.written.add(rest)
 
     def do_stdin(self, rest):
         self.setup["stdin"] = self.path(rest).read_bytes()
@@ -207,7 +241,10 @@ class Case:
 
     def step(self, line):
         word, _, rest = line.replace("{examples}", self.examples).partition(" ")
-        if word == "$":
+        if word == "|":
+            with open(self.growing, "a", encoding="utf-8") as file:
+                file.write(rest + "\n")
+        elif word == "$":
             self.run(rest)
         else:
             getattr(self, "do_" + word)(rest)

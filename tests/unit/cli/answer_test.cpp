@@ -112,6 +112,68 @@ TEST(LcaAnswer, FailedStartsAreCountedAndTheirFiguresAreNull) {
   EXPECT_EQ(json["starts"][5]["loglik"], -10.0);
 }
 
+/// Three classes of one group, the engine's baseline its first one.
+struct three_classes {
+  data_table table = parse_table("P,x\n1,0\n2,1\n3,2\n1,3\n", "made up");
+  lca_options options;
+  lca_fit fit;
+
+  three_classes() {
+    options.file = "made up";
+    options.items = {"P"};
+    options.covariates = {"x"};
+    options.classes = 3;
+    fit.gamma = {0.2, 0.5, 0.3};
+    fit.rho.assign(9, 1.0 / 3.0);
+    fit.beta = {0.0, 0.0, 1.0, -2.0, 0.25, 4.0};
+    fit.test_stat = {7.5};
+    fit.test_p = {0.02};
+    fit.test_status = {0};
+    fit.run_info[2] = fit.run_info[3] = options.starts;
+  }
+};
+
+TEST(LcaAnswer, CoefficientsStandAgainstThePrintedReference) {
+  three_classes made;
+  using table = std::vector<std::vector<double>>;
+  const struct {
+    const char *reference, *binary;
+    table beta;
+  } cases[] = {{"", "", {{0.0, 0.0}, {-0.75, 6.0}, {-1.0, 2.0}}},
+               {"2", "", {{0.75, -6.0}, {0.0, 0.0}, {-0.25, -4.0}}},
+               {"3", "", {{1.0, -2.0}, {0.25, 4.0}, {0.0, 0.0}}},
+               {"", "3", {{}, {}, {0.25, 4.0}}}};
+  for (const auto& t : cases) {
+    SCOPED_TRACE(std::string(t.reference) + "/" + t.binary);
+    made.options.reference = t.reference;
+    made.options.binary = t.binary;
+    const lca_data data = prepare_lca(made.table, made.options);
+    const lca_answer answer = make_lca_answer(data, made.options, made.fit);
+    ASSERT_EQ(answer.beta.size(), 1U);
+    EXPECT_EQ(answer.beta[0], t.beta);
+    EXPECT_EQ(answer.shares[0], data.model.binary ? 0.2 : 0.5)
+        << "a class compared keeps its number";
+    EXPECT_EQ(answer.tests[0].df, data.model.binary ? 1 : 2);
+    EXPECT_FALSE(answer.figures.G2);
+  }
+}
+
+TEST(LcaAnswer, TestsThatFailedAreNamed) {
+  three_classes made;
+  const lca_data data = prepare_lca(made.table, made.options);
+  made.fit.test_status = {2};
+  EXPECT_NE(lca_report(data, made.options, make_lca_answer(data, made.options, made.fit))
+                .find("Warning: The model without \"x\" has not converged"),
+            std::string::npos);
+  made.fit.test_status = {-1};
+  made.fit.test_stat = {std::nan("")};
+  const lca_answer failed = make_lca_answer(data, made.options, made.fit);
+  EXPECT_NE(lca_report(data, made.options, failed).find("not fitted"), std::string::npos);
+  const auto json = nlohmann::json::parse(lca_json(data, made.options, failed));
+  EXPECT_TRUE(json["covariate_tests"][0]["statistic"].is_null());
+  EXPECT_TRUE(json["covariate_tests"][0]["p"].is_null());
+}
+
 TEST(LcaJson, NumbersComeBackExactly) {
   two_groups made;
   made.fit.loglik = -504.46767013079415;
