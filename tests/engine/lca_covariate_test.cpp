@@ -340,6 +340,18 @@ TEST(LcaCovariates, TheTestOfACovariateIsTwiceItsLossOfLogLikelihood) {
   }
 }
 
+TEST(LcaCovariates, StatisticsOfTheHostGetTheirTails) {
+  lca_problem fit = with_covariates(300, 3, 14, 1.0);
+  fit.host_tests = true;
+  fit.test_stat = {5.0, -0.5};
+  fit.run();
+  verify_fit(fit);
+  EXPECT_NEAR(fit.test_p[0], std::exp(-2.5), 1e-13);  // chi-square on (3 - 1) degrees of freedom
+  EXPECT_EQ(fit.test_p[1], 1.0);
+  EXPECT_EQ(fit.test_status, (std::vector<std::int32_t>{0, 5}));
+  EXPECT_EQ(fit.test_stat, (std::vector<double>{5.0, -0.5}));
+}
+
 TEST(LcaCovariates, FailuresNameTheirCause) {
   const struct {
     const char* why;

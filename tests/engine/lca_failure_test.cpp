@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "api/exports.hpp"
-#include "support/failing_new.hpp"
+#include "support/allocations.hpp"
 #include "support/lca_problem.hpp"
 
 namespace tolvenra::test {

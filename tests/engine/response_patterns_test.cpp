@@ -9,7 +9,7 @@
 
 #include "api/exports.hpp"
 #include "estimation/mlresult.hpp"
-#include "support/failing_new.hpp"
+#include "support/allocations.hpp"
 #include "support/lca_problem.hpp"
 
 namespace tolvenra::test {

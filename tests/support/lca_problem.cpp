@@ -82,7 +82,7 @@ api::lca_call lca_problem::prepare() {
   call.binary_wanted = binary > 0 ? 1 : 0;
   call.beta_prior_strength = beta_prior;
   call.want_tests = want_tests ? 1 : 0;
-  call.test_stat = ncov > 0 && want_tests ? test_stat.data() : nullptr;
+  call.test_stat = ncov > 0 && (want_tests || host_tests) ? test_stat.data() : nullptr;
   call.test_p = test_p.data();
   call.test_status = test_status.data();
   call.freq = address(freq);

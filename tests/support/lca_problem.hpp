@@ -25,7 +25,7 @@ struct lca_problem {
   std::vector<double> cov, beta;
   int baseline = 1, binary = 0;  ///< reference class, or the class of a binary regression
   double beta_prior = 0.0;
-  bool want_tests = false;
+  bool want_tests = false, host_tests = false;  ///< computed, or statistics supplied in test_stat
   std::vector<double> test_stat, test_p;
   std::vector<std::int32_t> test_status;
   std::vector<std::int32_t> gamma_restrictions, rho_restrictions;

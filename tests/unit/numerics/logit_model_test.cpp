@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "allocation_count.hpp"
+#include "support/allocations.hpp"
 #include "logit_fixture.hpp"
 
 namespace tolvenra::logit_model {
@@ -131,14 +131,14 @@ TEST(LogitModel, ReusesItsWorkspaceWithoutAllocating) {
   const double* const storage = f.work.slot_hessian.data();
   error_type err;
   array<double, 2> beta = first;
-  const long before = tolvenra::tests::allocations;
+  const long before = tolvenra::test::allocations;
   for (int32 baseline = 1; baseline <= 3; ++baseline) {
     std::fill(beta.flat.begin(), beta.flat.end(), 0.0);
     f.status |=
         run_logit_model_threads(f.x, f.y, nullptr, baseline, f.iterations, f.converged, f.loglik,
                                 beta, f.grpvar, 1, f.slots, std::nullopt, f.work, err);
   }
-  EXPECT_EQ(tolvenra::tests::allocations, before);
+  EXPECT_EQ(tolvenra::test::allocations, before);
   EXPECT_EQ(f.status, 0);
   EXPECT_EQ(f.work.slot_hessian.data(), storage);
 

@@ -1,14 +1,22 @@
-#include "support/failing_new.hpp"
+#include "support/allocations.hpp"
 
-#include <atomic>
 #include <cstdlib>
 #include <new>
 
+namespace tolvenra::test {
+
+std::atomic<long> allocations{0};
+
 namespace {
-std::atomic<long> allocations_left{-1};
+std::atomic<long> allocations_left{-1};  // below 0: no limit
 }
 
-void* operator new(std::size_t size) {
+void fail_after(long count) { allocations_left = count; }
+
+namespace {
+
+void* take(std::size_t size) {
+  ++allocations;
   if (allocations_left.load(std::memory_order_relaxed) >= 0 && allocations_left.fetch_sub(1) <= 0) {
     allocations_left = 0;
     throw std::bad_alloc();
@@ -16,7 +24,10 @@ void* operator new(std::size_t size) {
   if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
   throw std::bad_alloc();
 }
+
+}  // namespace
+}  // namespace tolvenra::test
+
+void* operator new(std::size_t size) { return tolvenra::test::take(size); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-
-void tolvenra::test::fail_after(long count) { allocations_left = count; }
