@@ -107,13 +107,13 @@ class divided_list {
  private:
   void merge_missing(std::vector<int32>& of_level) {
     if (level_[0].empty()) return;
-    const auto middle = static_cast<std::ptrdiff_t>(of_level.size());
-    of_level.insert(of_level.end(), level_[0].begin(), level_[0].end());
-    std::inplace_merge(of_level.begin(), of_level.begin() + middle, of_level.end());
+    merged_.resize(of_level.size() + level_[0].size());
+    std::ranges::merge(of_level, level_[0], merged_.begin());
+    of_level.swap(merged_);
   }
 
   std::vector<std::vector<int32>> level_;
-  std::vector<int32> seen_;
+  std::vector<int32> seen_, merged_;
 };
 
 /// List of every beginning of a cell, first item fastest, while the table is small.
