@@ -29,5 +29,13 @@ void* take(std::size_t size) {
 }  // namespace tolvenra::test
 
 void* operator new(std::size_t size) { return tolvenra::test::take(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return tolvenra::test::take(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
