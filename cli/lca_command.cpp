@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 
@@ -37,6 +38,15 @@ struct output_files {
 void print_all(std::FILE* file, const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), file) != text.size() || std::fflush(file) != 0)
     throw output_error("The results could not be written to standard output.");
+}
+
+constexpr const char* regression_hint =
+    "Some covariates may follow from the others, or tell a class apart without error: leave these "
+    "out or give a prior (--prior-beta 1).\n";
+
+bool regression_failed(const lca_fit& fit) {
+  return std::any_of(fit.starts.begin(), fit.starts.end(),
+                     [](const lca_start& start) { return start.status == -1; });
 }
 
 /// Writes what is asked for; the text of a failure.
@@ -80,7 +90,8 @@ exit_code run_lca_command(const lca_options& options) {
     }
   }
   if (!fit.completed) {
-    fmt::print(stderr, "tolvenra: the analysis failed.\n{}\n", fit.message);
+    fmt::print(stderr, "tolvenra: the analysis failed.\n{}\n{}", fit.message,
+               regression_failed(fit) ? regression_hint : "");
     return exit_analysis_failed;
   }
   const lca_answer answer = make_lca_answer(data, options, fit);

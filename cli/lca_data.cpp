@@ -91,6 +91,11 @@ void add_group(const data_table& table, std::size_t column, const category_reade
                lca_data& data) {
   data.group = reader.read(column);
   const auto& code = data.group->code;
+  for (std::size_t g = 1; g <= data.group->labels.size(); ++g)
+    if (std::find(code.begin(), code.end(), static_cast<std::int32_t>(g)) == code.end())
+      throw input_error::of(
+          "{}: no row belongs to group \"{}\"; leave it out of the categories of \"{}\".",
+          table.source, data.group->labels[g - 1], data.group->name);
   const auto none = std::find(code.begin(), code.end(), 0);
   if (none == code.end()) return;
   const auto row = static_cast<std::size_t>(none - code.begin());

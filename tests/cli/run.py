@@ -10,6 +10,7 @@ A file holds cases; each starts with a line "== what it proves" and runs in an e
     expand NAME FROM COL    the data of FROM with every row repeated as often as COL says
     simulate NAME ROWS SEED made-up answers A to E of three classes, which depend on age and x
     lines NAME              a file; its lines follow, each behind "| "
+    example NAME MD K       the K-th model file that the document MD shows
     save NAME               a file with the standard output of the last command
     stdin NAME              the next command reads this file
     terminal                the next command's standard error is a terminal
@@ -142,6 +143,12 @@ class Case:
         self.path(rest).write_text("")
         self.written.add(rest)
         self.growing = self.path(rest)
+
+    def do_example(self, rest):
+        name, document, number = rest.split()
+        text = (pathlib.Path(self.examples).parent / "docs" / document).read_text("utf-8")
+        self.path(name).write_text(text.split("```toml\n")[int(number)].split("```")[0])
+        self.written.add(name)
 
     def do_save(self, rest):
         self.settle()
