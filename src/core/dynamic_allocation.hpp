@@ -119,6 +119,16 @@ int32 allocate_under(std::string_view label, const routine& here, error_type& er
 template <std::size_t, class T>
 using repeated = T;
 
+/// Lower bounds of an array, all 1 unless given.
+template <std::size_t R>
+struct lower_bounds {
+  std::array<int32, R> at;
+
+  constexpr lower_bounds() { at.fill(1); }
+  constexpr lower_bounds(std::nullopt_t) : lower_bounds() {}  // NOLINT: implicit
+  constexpr lower_bounds(const std::array<int32, R>& given) : at(given) {}  // NOLINT: implicit
+};
+
 template <class Element, std::size_t R, literal Name, literal Module,
           class = std::make_index_sequence<R>>
 struct alloc_operation;
@@ -128,30 +138,25 @@ struct alloc_operation<Element, R, Name, Module, std::index_sequence<K...>> {
   static constexpr routine here{Name.view(), Module.view()};
 
   template <class T>
-  requires(Element::template holds<T>) int32 operator()(
-      array<T, R>& a, repeated<K, int32>... upper, error_type& err,
-      const std::optional<std::array<int32, R>>& lower = std::nullopt,
-      const message& msg = std::nullopt) const {
-    std::array<int32, R> first;
-    first.fill(1);
-    first = lower.value_or(first);
+  requires(Element::template holds<T>) int32 operator()(array<T, R>& a, repeated<K, int32>... upper,
+                                                        error_type& err,
+                                                        const lower_bounds<R>& lower = {},
+                                                        const message& msg = std::nullopt) const {
     const std::array<int32, R> last{upper...};
     std::array<int32, R> extents{};
     for (std::size_t k = 0; k < R; ++k)
-      extents[k] = static_cast<int32>(
-          std::clamp<int64>(int64{last[k]} - first[k] + 1, 0, std::numeric_limits<int32>::max()));
-    return allocate(a, first, extents, here, msg, err);
+      extents[k] = static_cast<int32>(std::clamp<int64>(int64{last[k]} - lower.at[k] + 1, 0,
+                                                        std::numeric_limits<int32>::max()));
+    return allocate(a, lower.at, extents, here, msg, err);
   }
 
   template <class T>
   requires(Element::template holds<T>) int32 operator()(array<T, R>& a, const array<int32, 1>& dims,
                                                         error_type& err) const {
     if (dims.size() != R) return refuse(error_code::not_conformable, here, std::nullopt, err);
-    std::array<int32, R> first;
-    first.fill(1);
     std::array<int32, R> extents{};
     std::copy_n(dims.flat.begin(), R, extents.begin());
-    return allocate(a, first, extents, here, std::nullopt, err);
+    return allocate(a, lower_bounds<R>{}.at, extents, here, std::nullopt, err);
   }
 };
 
