@@ -125,7 +125,7 @@ struct lower_bounds {
   std::array<int32, R> at;
 
   constexpr lower_bounds() { at.fill(1); }
-  constexpr lower_bounds(std::nullopt_t) : lower_bounds() {}  // NOLINT: implicit
+  constexpr lower_bounds(std::nullopt_t) : lower_bounds() {}                // NOLINT: implicit
   constexpr lower_bounds(const std::array<int32, R>& given) : at(given) {}  // NOLINT: implicit
 };
 

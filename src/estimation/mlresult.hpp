@@ -13,20 +13,20 @@ namespace tolvenra {
 
 /// Large tables stay with the distinct rows; the getters build the arrays by case or by pattern.
 struct mlresult_type {
-  bool filled = false;               ///< the EM run ended with estimates
-  bool has_fit_stats = false;        ///< run_compute_fit_stats succeeded
+  bool filled = false;         ///< the EM run ended with estimates
+  bool has_fit_stats = false;  ///< run_compute_fit_stats succeeded
   int32 iter = 0;
   double max_abs_diff = 0.0, mean_abs_diff = 0.0;
   bool converged = false;
-  double loglik = 0.0;               ///< natural log, weighted, no prior density
+  double loglik = 0.0;  ///< natural log, weighted, no prior density
   std::vector<double> llvec, madvec;
   double cat_loglik = 0.0, cat_g2 = 0.0;
-  int32 overflow_count = 0;          ///< cell number beyond 32 bits, saturated model not computable
+  int32 overflow_count = 0;  ///< cell number beyond 32 bits, saturated model not computable
   int32 cat_df = 0;
-  int32 cat_passes = 0;              ///< of the saturated model, summed over strata
-  int32 cat_unfinished = 0;          ///< strata whose passes ended at their limit
-  double cat_shortfall = 0.0;        ///< the saturated maximum is at most this far above cat_loglik
-  double X2 = 0.0;                   ///< NaN when it does not exist
+  int32 cat_passes = 0;        ///< of the saturated model, summed over strata
+  int32 cat_unfinished = 0;    ///< strata whose passes ended at their limit
+  double cat_shortfall = 0.0;  ///< the saturated maximum is at most this far above cat_loglik
+  double X2 = 0.0;             ///< NaN when it does not exist
   double G2 = 0.0;
   double entropyraw = 0.0, entropy = 0.0;
   double weighted_entropyraw = 0.0, weighted_entropy = 0.0;  ///< each row counted by its weight
@@ -37,7 +37,7 @@ struct mlresult_type {
   int32 n_params_estimated = 0;
   int32 n_params_gamma = 0, n_params_rho = 0, n_params_beta = 0;
   int32 nc = 0;
-  std::vector<double> post_cls;      ///< nrow x nc, row by row
+  std::vector<double> post_cls;  ///< nrow x nc, row by row
   std::shared_ptr<const distinct_rows> rows;
   std::vector<double> observed, expected;  ///< by response pattern
   std::vector<int32> pattern_row;          ///< first distinct row of each pattern, 1-based

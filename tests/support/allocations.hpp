@@ -8,7 +8,8 @@ namespace tolvenra::test {
 /// Calls of operator new so far, in all threads.
 extern std::atomic<long> allocations;
 
-/// From now on `count` allocations succeed and all later ones throw std::bad_alloc; below 0: none does.
+/// From now on `count` allocations succeed and all later ones throw std::bad_alloc; below 0: none
+/// does.
 void fail_after(long count);
 
 }  // namespace tolvenra::test

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "support/allocations.hpp"
 #include "logit_fixture.hpp"
+#include "support/allocations.hpp"
 
 namespace tolvenra::logit_model {
 namespace {
