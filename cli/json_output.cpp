@@ -6,6 +6,8 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "fit_json.hpp"
+
 namespace tolvenra::cli {
 namespace {
 
@@ -99,19 +101,21 @@ json items_json(const lca_data& data) {
   return items;
 }
 
-json fit_json(const lca_fit_figures& fit) {
-  return {{"loglik", fit.loglik},
-          {"n_params", fit.n_params},
-          {"df", or_null(fit.df)},
-          {"G2", or_null(fit.G2)},
-          {"G2_p", or_null(fit.G2_p)},
-          {"X2", or_null(fit.X2)},
-          {"aic", fit.aic},
-          {"bic", fit.bic},
-          {"caic", fit.caic},
-          {"abic", fit.abic},
-          {"entropy", fit.entropy},
-          {"penalised_loglik", or_null(fit.penalised_loglik)}};
+json fit_json(const lca_fit_figures& fit, const fit_tests& tests) {
+  json result = {{"loglik", fit.loglik},
+                 {"n_params", fit.n_params},
+                 {"df", or_null(fit.df)},
+                 {"G2", or_null(fit.G2)},
+                 {"G2_p", or_null(fit.G2_p)},
+                 {"X2", or_null(fit.X2)},
+                 {"aic", fit.aic},
+                 {"bic", fit.bic},
+                 {"caic", fit.caic},
+                 {"abic", fit.abic},
+                 {"entropy", fit.entropy},
+                 {"penalised_loglik", or_null(fit.penalised_loglik)}};
+  result.update(fit_tests_json(tests));
+  return result;
 }
 
 json starts_json(const std::vector<lca_start>& starts) {
@@ -146,7 +150,7 @@ std::string lca_json(const lca_data& data, const lca_options& options, const lca
       {"classes", answer.class_labels},
       {"converged", answer.converged},
       {"iterations", answer.iterations},
-      {"fit", fit_json(answer.figures)},
+      {"fit", fit_json(answer.figures, answer.of_fit)},
       {"class_shares", answer.shares},
       {"gamma", answer.gamma},
       {"rho", answer.rho},
@@ -156,7 +160,8 @@ std::string lca_json(const lca_data& data, const lca_options& options, const lca
       {"covariates", covariates_json(data)},
       {"beta", coefficients_json(answer, [](double b) { return b; })},
       {"odds_ratios", coefficients_json(answer, [](double b) { return std::exp(b); })},
-      {"covariate_tests", tests_json(data, answer)}};
+      {"covariate_tests", tests_json(data, answer)},
+      {"bivariate_residuals", residuals_json(data, answer.residuals)}};
   // Command-line texts need not be UTF-8; what is not, is replaced.
   return document.dump(2, ' ', false, json::error_handler_t::replace) + '\n';
 }

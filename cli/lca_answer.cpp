@@ -38,15 +38,14 @@ void set_figures(const lca_data& data, const lca_options& options, const lca_fit
   figures.entropy = fit.fit_extra[3];
   if (has_prior(options)) figures.penalised_loglik = if_finite(fit.fit_extra[4]);
   set_criteria(data.weighted_cases, figures);
+  answer.of_fit = make_fit_tests(data, fit);
   // The saturated model knows no covariates: there is nothing to compare with.
   if (!data.covariates.empty()) return;
   const bool too_many_cells = fit.apparent_df == std::numeric_limits<std::int32_t>::max();
   if (!too_many_cells) figures.df = fit.apparent_df;
-  answer.missing_without_G2 = fit.overflow_count > (too_many_cells ? 1 : 0);
-  if (answer.missing_without_G2) return;
-  figures.G2 = if_finite(fit.G2);
-  figures.G2_p = if_finite(fit.fit_extra[1]);
-  figures.X2 = if_finite(fit.fit_extra[0]);
+  figures.G2 = answer.of_fit.G2.statistic;
+  figures.G2_p = answer.of_fit.G2.p;
+  figures.X2 = answer.of_fit.X2.statistic;
 }
 
 void order_classes(const lca_data& data, std::size_t nc, const lca_fit& fit, lca_answer& answer) {
@@ -160,6 +159,8 @@ lca_answer make_lca_answer(const lca_data& data, const lca_options& options, con
   set_estimates(data, nc, fit, answer);
   set_coefficients(data, nc, fit, answer);
   set_tests(data, nc, fit, answer);
+  if (options.residuals || !options.json.empty())
+    answer.residuals = bivariate_residuals(data, options.classes, fit);
   add_warnings(data, options, fit, answer);
   return answer;
 }

@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "fit_tests.hpp"
 #include "lca_run.hpp"
+#include "residuals.hpp"
 
 namespace tolvenra::cli {
 
@@ -33,7 +35,8 @@ struct covariate_test {
 
 struct lca_answer {
   lca_fit_figures figures;
-  bool missing_without_G2 = false;  ///< responses are missing, and G2 cannot be had
+  fit_tests of_fit;
+  std::vector<pair_residual> residuals;  ///< empty unless printed or written
   bool converged = false;
   std::int32_t iterations = 0, best_start_hits = 0;
   /// order[k] is the engine's class (from 0) that is printed as class k + 1.

@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <optional>
 
 #include "input_error.hpp"
 #include "json_output.hpp"
 #include "model_file.hpp"
 #include "output_file.hpp"
+#include "patterns.hpp"
 #include "posteriors.hpp"
 #include "progress.hpp"
 #include "report.hpp"
@@ -20,18 +22,33 @@ namespace {
 
 /// The files to write, known to be writable before the analysis begins.
 struct output_files {
-  std::optional<output_file> json, posteriors;
+  std::optional<output_file> json, posteriors, patterns;
 
   explicit output_files(const lca_options& options) {
     if (!options.json.empty()) json.emplace(options.json, "--json");
     if (!options.posteriors.empty()) posteriors.emplace(options.posteriors, "--posteriors");
-    if (json && posteriors && json->same_as(options.posteriors))
-      throw input_error::of("--json and --posteriors both name {}; give each a file of its own.",
-                            options.json);
-    for (const auto* file : {&json, &posteriors})
-      if (*file && options.file != "-" && (*file)->same_as(options.file))
-        throw input_error::of("{} would overwrite the data in {}; give another name.",
-                              file == &json ? "--json" : "--posteriors", options.file);
+    if (!options.patterns.empty()) patterns.emplace(options.patterns, "--patterns");
+    refuse_shared(options);
+  }
+
+ private:
+  void refuse_shared(const lca_options& options) const {
+    const struct {
+      const std::optional<output_file>& file;
+      const std::string& path;
+      const char* option;
+    } all[] = {{json, options.json, "--json"},
+               {posteriors, options.posteriors, "--posteriors"},
+               {patterns, options.patterns, "--patterns"}};
+    for (const auto& one : all) {
+      for (const auto* other = &one + 1; other != std::end(all); ++other)
+        if (one.file && other->file && one.file->same_as(other->path))
+          throw input_error::of("{} and {} both name {}; give each a file of its own.", one.option,
+                                other->option, one.path);
+      if (one.file && options.file != "-" && one.file->same_as(options.file))
+        throw input_error::of("{} would overwrite the data in {}; give another name.", one.option,
+                              options.file);
+    }
   }
 };
 
@@ -60,6 +77,8 @@ std::optional<std::string> write_files(const output_files& outputs, const data_t
     if (outputs.posteriors)
       outputs.posteriors->write(
           [&](std::FILE* file) { write_posteriors(table, fit, answer, file); });
+    if (outputs.patterns)
+      outputs.patterns->write([&](std::FILE* file) { write_patterns(data, fit, file); });
   } catch (const output_error& error) {
     return error.what();
   }
@@ -79,6 +98,7 @@ exit_code run_lca_command(const lca_options& options) {
   const data_table table = read_table(options.file);
   const lca_data data = prepare_lca(table, options);
   if (outputs.posteriors) check_posterior_names(table, options.classes);
+  if (outputs.patterns) check_pattern_names(data);
 
   lca_fit fit;
   {

@@ -106,6 +106,11 @@ CLI::App* add_lca_command(CLI::App& app, lca_options& options) {
   lca->add_option("--posteriors", options.posteriors,
                   "Write the data with each row's class probabilities to this CSV file")
       ->option_text("OUT");
+  lca->add_option("--patterns", options.patterns,
+                  "Write the response patterns with observed and expected counts to this CSV file")
+      ->option_text("OUT");
+  lca->add_flag("--residuals", options.residuals,
+                "Print observed and expected two-way tables of all pairs of items");
   lca->add_flag("--print-model", options.print_model,
                 "Print the model file of this analysis instead of making it");
   return lca;

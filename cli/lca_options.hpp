@@ -56,8 +56,9 @@ struct lca_options {
   std::int32_t max_iter = 10000;
   std::int32_t threads = 0;  ///< 0: as many as there are
   std::vector<std::string> na;
-  std::string json, posteriors;  ///< files to write; empty when not wanted
-  std::string model;             ///< the model file; empty without one
+  std::string json, posteriors, patterns;  ///< files to write; empty when not wanted
+  bool residuals = false;                  ///< print the bivariate residuals
+  std::string model;                       ///< the model file; empty without one
   bool print_model = false;
 
   /// Where the model file gives an option, by its key ("prior_rho").

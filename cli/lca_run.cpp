@@ -100,6 +100,8 @@ lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progr
     fit.test_status.resize(data.covariates.size());
   }
   if (want_post) fit.post_cls.resize(data.rows * nc);
+  fit.response_patterns.resize(data.rows * (1 + data.items.size()));
+  fit.pattern_counts.resize(data.rows * 2);
   start_arrays starts(static_cast<std::size_t>(nstarts));
   std::vector<char> message(8192, ' ');
   std::uint8_t converged = 0;
@@ -112,8 +114,8 @@ lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progr
       options.classes,
       /*rho_equal_strata=*/options.invariant ? 1 : 0, /*binary_wanted=*/model.binary ? 1 : 0,
       &reference, &compared, fit.gamma.data(), fit.rho.data(), ncov > 0 ? fit.beta.data() : nullptr,
-      want_post ? fit.post_cls.data() : nullptr, /*response_patterns=*/nullptr,
-      /*pattern_counts=*/nullptr, /*std_gamma=*/nullptr, /*std_gamma_model=*/nullptr,
+      want_post ? fit.post_cls.data() : nullptr, fit.response_patterns.data(),
+      fit.pattern_counts.data(), /*std_gamma=*/nullptr, /*std_gamma_model=*/nullptr,
       /*std_rho=*/nullptr, /*std_beta=*/nullptr, /*cov_b=*/nullptr, /*se_option=*/0,
       fit.run_info.data(), /*start_given=*/model.start_given ? 1 : 0, codes(model.gamma_code),
       codes(model.rho_code), nstarts, options.seed, /*seed2=*/0, starts.seed.data(),
@@ -123,8 +125,8 @@ lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progr
       /*max_abs_diff=*/nullptr, /*mean_abs_diff=*/nullptr, starts.status.data(), /*deff=*/nullptr,
       &fit.loglik, &fit.overflow_count, &fit.apparent_df, fit.n_params.data(), &fit.G2,
       /*aic=*/nullptr, /*bic=*/nullptr, /*caic=*/nullptr, /*abic=*/nullptr, /*entropyraw=*/nullptr,
-      /*entropy=*/nullptr, fit.fit_extra.data(), /*cat_loglik=*/nullptr, /*cat_g2=*/nullptr,
-      /*cat_df=*/nullptr, /*llvec=*/nullptr, /*n_clusters=*/nullptr, /*cluster_min=*/nullptr,
+      /*entropy=*/nullptr, fit.fit_extra.data(), &fit.cat_loglik, &fit.cat_g2, &fit.cat_df,
+      /*llvec=*/nullptr, /*n_clusters=*/nullptr, /*cluster_min=*/nullptr,
       /*cluster_max=*/nullptr, want_post ? 1 : 0, want_tests ? 1 : 0, /*want_draws=*/0,
       /*drawn_class=*/nullptr, want_tests ? fit.test_stat.data() : nullptr,
       want_tests ? fit.test_p.data() : nullptr, want_tests ? fit.test_status.data() : nullptr,

@@ -24,14 +24,18 @@ struct lca_fit {
   bool converged = false;
   std::int32_t iterations = -1, overflow_count = 0, apparent_df = 0;
   double loglik = 0.0, G2 = 0.0;
+  double cat_loglik = 0.0, cat_g2 = 0.0;  ///< saturated model; test of its missing responses
+  std::int32_t cat_df = 0;
   std::array<std::int32_t, TOLVENRA_RUN_INFO_SIZE> run_info{};
   std::array<std::int32_t, TOLVENRA_N_PARAMS_SIZE> n_params{};
   std::array<double, TOLVENRA_FIT_EXTRA_SIZE> fit_extra{};
-  std::vector<double> gamma;              ///< (nc, ngroup)
-  std::vector<double> rho;                ///< (nitem, nc, nrcmax, ngroup)
-  std::vector<double> beta;               ///< (ncov + 1, nc, ngroup); empty without covariates
-  std::vector<double> post_cls;           ///< (nrow, nc); empty when not wanted
-  std::vector<double> test_stat, test_p;  ///< one per covariate; empty when not made
+  std::vector<double> gamma;     ///< (nc, ngroup)
+  std::vector<double> rho;       ///< (nitem, nc, nrcmax, ngroup)
+  std::vector<double> beta;      ///< (ncov + 1, nc, ngroup); empty without covariates
+  std::vector<double> post_cls;  ///< (nrow, nc); empty when not wanted
+  std::vector<std::int32_t> response_patterns;  ///< (nrow, 1 + nitem): group and responses
+  std::vector<double> pattern_counts;           ///< (nrow, 2): observed and expected
+  std::vector<double> test_stat, test_p;        ///< one per covariate; empty when not made
   std::vector<std::int32_t>
       test_status;  ///< 0 good, 5 statistic <= 0, 2 not converged, else failed
   std::vector<lca_start> starts;

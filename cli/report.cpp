@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "fit_sentences.hpp"
 #include "membership_report.hpp"
 #include "utf8.hpp"
 
@@ -55,8 +56,10 @@ std::string item_section(const lca_data& data) {
   return "Items\n" + aligned(rows, 3);
 }
 
+/// The statistics with what is said of their p-values beside the column of figures.
 std::string fit_section(const lca_answer& answer, bool covariates) {
   const lca_fit_figures& fit = answer.figures;
+  const fit_tests& tests = answer.of_fit;
   table_rows rows{{"Log-likelihood", fixed(fit.loglik)}};
   if (fit.penalised_loglik) rows.push_back({"with log prior", fixed(*fit.penalised_loglik)});
   rows.push_back({"Parameters", fmt::format("{}", fit.n_params)});
@@ -64,22 +67,24 @@ std::string fit_section(const lca_answer& answer, bool covariates) {
     rows.push_back({"of these independent", fmt::format("{}", fit.independent)});
   if (!covariates)
     rows.push_back({"Degrees of freedom", fit.df ? fmt::format("{}", *fit.df) : "> 2147483647"});
-  if (fit.G2) rows.push_back({"G²", fixed(*fit.G2)});
-  const std::size_t g2_line = rows.size() - 1;
-  if (fit.X2) rows.push_back({"X²", fixed(*fit.X2)});
+  if (fit.G2) rows.push_back({"G²", fixed(*fit.G2), p_remark(tests.G2)});
+  if (fit.X2) rows.push_back({"X²", fixed(*fit.X2), p_remark(tests.X2)});
+  if (tests.missing.statistic)
+    rows.push_back(
+        {"Missing-data test", fixed(*tests.missing.statistic),
+         fmt::format("on {} df, {}",
+                     tests.missing.df ? fmt::format("{}", *tests.missing.df) : "> 2147483647",
+                     p_remark(tests.missing))});
   rows.push_back({"AIC", fixed(fit.aic)});
   rows.push_back({"BIC", fixed(fit.bic)});
   rows.push_back({"CAIC", fixed(fit.caic)});
   rows.push_back({"Adjusted BIC", fixed(fit.abic)});
   rows.push_back({"Entropy", fixed(fit.entropy)});
-  std::string text = aligned(rows, 1);
-  if (fit.G2_p) {  // beside G², outside the column of figures
-    std::size_t end = text.find('\n');
-    for (std::size_t line = 0; line < g2_line; ++line) end = text.find('\n', end + 1);
-    text.insert(end, "  " + p_text(*fit.G2_p));
-  }
-  if (answer.missing_without_G2) text += "  G² with missing responses is not available yet.\n";
-  return "Fit\n" + text;
+  std::size_t width = 0;
+  for (const auto& row : rows) width = std::max(width, row.size() > 2 ? width_of(row[2]) : 0);
+  for (auto& row : rows)
+    if (row.size() > 2) row[2].append(width - width_of(row[2]), ' ');
+  return "Fit\n" + aligned(rows, 1);
 }
 
 std::string search_section(const lca_data& data, const lca_options& options,
@@ -172,8 +177,8 @@ std::string lca_report(const lca_data& data, const lca_options& options, const l
       fmt::format("Latent class analysis: {} class{}, {} item{}\n\n", classes,
                   classes == 1 ? "" : "es", data.items.size(), data.items.size() == 1 ? "" : "s");
   text += sample_section(data, options) + '\n' + item_section(data) + '\n' +
-          fit_section(answer, !data.covariates.empty()) + '\n' +
-          search_section(data, options, answer) + '\n';
+          fit_section(answer, !data.covariates.empty()) + '\n' + fit_test_section(answer.of_fit) +
+          '\n' + search_section(data, options, answer) + '\n';
   text += "Class shares\n" + in_blocks(classes, [&](std::size_t first, std::size_t end) {
             return share_table(data, answer, first, end);
           });
@@ -188,6 +193,7 @@ std::string lca_report(const lca_data& data, const lca_options& options, const l
               return response_table(data, answer.rho[g], first, end);
             });
   }
+  if (options.residuals) text += '\n' + residual_section(data, answer.residuals);
   return text;
 }
 
