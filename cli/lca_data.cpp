@@ -205,6 +205,26 @@ std::size_t count_patterns(const lca_data& data, std::size_t enough) {
   return seen.size();
 }
 
+/// Classes that start alike stay alike: EM cannot tell them apart.
+void warn_of_equal_starts(const lca_options& options, lca_data& data) {
+  const std::size_t nitem = data.items.size();
+  const auto nc = static_cast<std::size_t>(options.classes);
+  const std::vector<double>& rho = data.model.rho;  // (item, class, category, group)
+  const auto same = [&](std::size_t a, std::size_t b) {
+    for (std::size_t at = 0; at < rho.size(); at += nitem * nc)
+      for (std::size_t j = 0; j < nitem; ++j)
+        if (rho[at + j + nitem * a] != rho[at + j + nitem * b]) return false;
+    return true;
+  };
+  for (std::size_t b = 1; data.model.start_given && b < nc; ++b)
+    for (std::size_t a = 0; a < b; ++a)
+      if (same(a, b))
+        data.warnings.push_back(
+            fmt::format("Classes {} and {} start from the same response probabilities: the fit "
+                        "cannot tell them apart.",
+                        a + 1, b + 1));
+}
+
 }  // namespace
 
 std::int32_t most_categories_of(const lca_data& data) {
@@ -233,6 +253,7 @@ lca_data prepare_lca(const data_table& table, const lca_options& options) {
         options.asked_by("classes"), classes, table.source, patterns, patterns == 1 ? "" : "s",
         patterns);
   data.model = make_lca_model(data, options);
+  warn_of_equal_starts(options, data);
   return data;
 }
 

@@ -16,32 +16,26 @@ namespace {
 /// Sums to 1 as far as rounded figures can.
 bool is_one(double sum) { return std::abs(sum - 1.0) <= 1e-6; }
 
-/// The cells of one row of probabilities, with the name of each.
+/// One row of probabilities: of an item in a class, or of the classes of a group.
 struct probability_row {
   family of = family::rho;
+  std::size_t item = 0, cls = 0, group = 0;
   std::vector<std::size_t> cells;
-  std::vector<std::string> names;
 };
 
 /// Every row that is a parameter of its own: with rho shared by the groups, those of group 1.
 std::vector<probability_row> rows_of(const lca_data& data, const parameter_space& space) {
   std::vector<probability_row> rows;
   for (std::size_t g = 0; g < space.groups_of(family::gamma); ++g) {
-    probability_row& row = rows.emplace_back();
-    row.of = family::gamma;
-    for (std::size_t c = 0; c < space.classes(); ++c) {
-      row.cells.push_back(space.gamma_at(c, g));
-      row.names.push_back(space.gamma_name(c, g));
-    }
+    probability_row& row = rows.emplace_back(probability_row{family::gamma, 0, 0, g, {}});
+    for (std::size_t c = 0; c < space.classes(); ++c) row.cells.push_back(space.gamma_at(c, g));
   }
   for (std::size_t g = 0; g < space.groups_of(family::rho); ++g)
     for (std::size_t j = 0; j < data.items.size(); ++j)
       for (std::size_t c = 0; c < space.classes(); ++c) {
-        probability_row& row = rows.emplace_back();
-        for (std::size_t k = 0; k < data.items[j].labels.size(); ++k) {
+        probability_row& row = rows.emplace_back(probability_row{family::rho, j, c, g, {}});
+        for (std::size_t k = 0; k < data.items[j].labels.size(); ++k)
           row.cells.push_back(space.rho_at(j, k, c, g));
-          row.names.push_back(space.rho_name(j, k, c, g));
-        }
       }
   return rows;
 }
@@ -52,6 +46,7 @@ struct family_state {
   std::vector<std::optional<double>> fixed, start;
   std::vector<const located_text*> fixed_by, equal_by, start_by;
 
+  family_state() = default;
   explicit family_state(std::size_t n)
       : set(n), fixed(n), start(n), fixed_by(n), equal_by(n), start_by(n) {
     std::iota(set.begin(), set.end(), std::size_t{0});
@@ -69,20 +64,21 @@ class model_builder {
       : data_(data),
         options_(options),
         space_(data, options.class_names, static_cast<std::size_t>(options.classes),
-               options.invariant),
-        rows_(rows_of(data, space_)),
-        gamma_(space_.size(family::gamma)),
-        rho_(space_.size(family::rho)),
-        beta_(space_.size(family::beta)) {}
+               options.invariant) {}
 
   lca_model build() {
     set_classes();
+    model_.gamma.assign(space_.size(family::gamma), 0.0);
+    model_.rho.assign(space_.size(family::rho), 0.0);
+    model_.start_given = !options_.start.empty();
+    if (options_.equal.empty() && options_.fix.empty() && !model_.start_given)
+      return std::move(model_);
+    rows_ = rows_of(data_, space_);
+    for (const family of : {family::gamma, family::rho, family::beta})
+      state(of) = family_state(space_.size(of));
     for (const equal_set& set : options_.equal) add_equal(set);
     for (const located_value& fix : options_.fix) add_fixed(fix);
     for (const located_value& start : options_.start) add_start(start);
-    model_.start_given = !options_.start.empty();
-    model_.gamma.assign(gamma_.set.size(), 0.0);
-    model_.rho.assign(rho_.set.size(), 0.0);
     set_codes(family::gamma, model_.gamma_code, model_.gamma);
     set_codes(family::rho, model_.rho_code, model_.rho);
     if (model_.start_given) set_start();
@@ -94,6 +90,18 @@ class model_builder {
   family_state& state(family of) {
     if (of == family::gamma) return gamma_;
     return of == family::rho ? rho_ : beta_;
+  }
+
+  /// Name of the k-th cell of a row.
+  [[nodiscard]] std::string name_of(const probability_row& row, std::size_t k) const {
+    return row.of == family::gamma ? space_.gamma_name(k, row.group)
+                                   : space_.rho_name(row.item, k, row.cls, row.group);
+  }
+
+  [[nodiscard]] std::string names_of(const probability_row& row) const {
+    std::vector<std::string> names;
+    for (std::size_t k = 0; k < row.cells.size(); ++k) names.push_back(name_of(row, k));
+    return fmt::format("{}", fmt::join(names, ", "));
   }
 
   void set_classes() {
@@ -259,7 +267,7 @@ class model_builder {
         if (known.fixed[at]) {
           code[at] = 0;
           value[at] = *known.fixed[at];
-          model_.fix.emplace_back(row.names[k], value[at]);
+          model_.fix.emplace_back(name_of(row, k), value[at]);
         } else if (members[root] > 1) {
           if (number[root] == 0) {
             number[root] = next++;
@@ -267,7 +275,7 @@ class model_builder {
             model_.equal.emplace_back();
           }
           code[at] = number[root];
-          model_.equal[position[root]].push_back(row.names[k]);
+          model_.equal[position[root]].push_back(name_of(row, k));
         }
       }
       free_largest(row, known, code);
@@ -286,8 +294,8 @@ class model_builder {
     }
     if (by == nullptr) return;
     const auto complain = [&](const char* what) {
-      return input_error::of("{}: the fixed values of {} sum to {}, {}.", by->where,
-                             fmt::join(row.names, ", "), sum, what);
+      return input_error::of("{}: the fixed values of {} sum to {}, {}.", by->where, names_of(row),
+                             sum, what);
     };
     if (!(sum <= 1.0 + 1e-6)) throw complain("more than 1");
     if (all && !is_one(sum)) throw complain("not to 1, and leave nothing to estimate");
@@ -320,7 +328,7 @@ class model_builder {
       for (std::size_t k = 0; k < row.cells.size(); ++k) {
         const std::size_t at = row.cells[k];
         value[at] = known.start[at] ? *known.start[at] : known.fixed[at].value_or(each);
-        model_.start.emplace_back(row.names[k], value[at]);
+        model_.start.emplace_back(name_of(row, k), value[at]);
       }
     }
     if (data_.covariates.empty()) return;
@@ -340,7 +348,7 @@ class model_builder {
         throw input_error::of(
             "{}: \"{}\": with covariates the class shares follow from the coefficients; start from "
             "beta[intercept, ...] instead.",
-            gamma_.start_by[row.cells[k]]->where, row.names[k]);
+            gamma_.start_by[row.cells[k]]->where, name_of(row, k));
   }
 
   /// What a cell of the row starts from that is neither given nor fixed.
@@ -362,10 +370,10 @@ class model_builder {
           "{}: there is no starting value for {}; a start needs every item in every class (the "
           "last "
           "category may be left out).",
-          where, fmt::join(row.names, ", "));
+          where, names_of(row));
     if (!(sum <= 1.0 + 1e-6) || (open == 0 && !is_one(sum)))
       throw input_error::of("{}: the starting values of {} sum to {}; they should sum to 1.", where,
-                            fmt::join(row.names, ", "), sum);
+                            names_of(row), sum);
     return open == 0 ? 0.0 : std::max(0.0, 1.0 - sum) / static_cast<double>(open);
   }
 
