@@ -143,6 +143,9 @@ TEST(FitTests, TellWhyAPValueHasNoMeaning) {
                   m.fit.pattern_counts[3] = 5000.0;
                 },
                 use::sparse, use::sparse, use::sparse},
+               {"no complete case in group y",
+                [](made_fit& m) { m.fit.response_patterns[2 + 2 * m.data.rows] = 0; }, use::sparse,
+                use::meaningful, use::meaningful},
                {"too many cells",
                 [](made_fit& m) {
                   m.fit.apparent_df = m.fit.cat_df = most;
