@@ -130,8 +130,7 @@ int32 test_covariates(lca_run& run) {
   for (std::size_t i = 0; i < count; ++i) {
     if (call.want_tests)
       run.test_status[i] = test_one(run, static_cast<int32>(i) + 1, run.test_stat[i]);
-    if (run.progress.cancelled())
-      return fail(run.err, runlca_routine, {text("The run was cancelled by the host.")});
+    if (run.progress.cancelled()) return refuse(run, {text("The run was cancelled by the host.")});
     if (fill_tail(run, i) != 0) return -1;
   }
   return 0;

@@ -8,10 +8,6 @@
 namespace tolvenra::api {
 namespace {
 
-int32 refuse(lca_run& run, std::initializer_list<text_lines> lines) {
-  return fail(run.err, runlca_routine, lines);
-}
-
 int32 check_addresses(lca_run& run) {
   const missing_address missing = first_missing(run.call);
   if (missing.position == 0) return 0;
@@ -41,9 +37,6 @@ int32 check_sizes(lca_run& run) {
   if (beyond_memory({call.nci, call.nc, call.nrcmax, call.nstr}, sizeof(double)) ||
       beyond_memory({call.nkase, call.nci}, sizeof(int32)))
     return refuse(run, {text("The dimensions specified are beyond what memory can hold.")});
-  if (!call.strata_given && call.nstr > 1)
-    return refuse(run, {text("The number of strata specified was ", call.nstr),
-                        text("but no strata array was given.")});
   return 0;
 }
 

@@ -11,11 +11,11 @@ namespace {
 
 using namespace dynamic_allocation;
 
-int32 refuse(lca_run& run, std::initializer_list<text_lines> lines) {
-  return fail(run.err, runlca_routine, lines);
-}
-
+/// Every stratum needs cases; without a strata array all cases are in stratum 1.
 int32 refuse_empty_strata(lca_run& run) {
+  if (!run.call.strata_given && run.call.nstr > 1)
+    return refuse(run, {text("The number of strata specified was ", run.call.nstr),
+                        text("but no strata array was given.")});
   array<int32, 1> cases;
   cases.allocate({run.call.nstr});
   for (const int32 g : run.dataset.strata.flat) ++cases(g);

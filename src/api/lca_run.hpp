@@ -39,6 +39,11 @@ struct lca_run {
   std::vector<int32> drawn_class;
 };
 
+/// Reports in the driver's own name. \return -1
+inline int32 refuse(lca_run& run, std::initializer_list<text_lines> lines) {
+  return fail(run.err, runlca_routine, lines);
+}
+
 /// Required addresses, sizes that make copying unsafe, and options that are not built yet.
 int32 check_lca_boundary(lca_run& run);
 /// Cells and record that a run sets before anything can fail.

@@ -15,10 +15,6 @@ namespace {
 
 using namespace dynamic_allocation;
 
-int32 refuse(lca_run& run, std::initializer_list<text_lines> lines) {
-  return fail(run.err, runlca_routine, lines);
-}
-
 /// One seed per start; without multiple starts every slot takes SEED itself.
 int32 seed_starts(lca_run& run) {
   const lca_call& call = run.call;
@@ -51,7 +47,9 @@ int32 refuse_cancelled(lca_run& run) {
 }
 
 int32 refuse_all_failed(lca_run& run) {
-  add_lines(run.starts.back().report, run.err);
+  const auto last = std::find_if(run.starts.rbegin(), run.starts.rend(),
+                                 [](const start_outcome& start) { return start.report.occurred; });
+  if (last != run.starts.rend()) add_lines(last->report, run.err);
   return refuse(run,
                 {text("The model could not be fitted from any"), text("set of starting values.")});
 }

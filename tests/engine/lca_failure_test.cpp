@@ -36,6 +36,9 @@ TEST(LcaFailure, SaysWhatIsWrong) {
        "Convergence criterion must be positive.\r\nOCCURRED IN: run_em_modelfit in MOD "
        "estimation\r\n"
        "The model could not be fitted from any\r\nset of starting values.\r\nOCCURRED IN: runlca"},
+      {"groups without their array", [](auto& p) { p.nstr = 2; },
+       "The number of strata specified was 2\r\nbut no strata array was given.\r\n"
+       "OCCURRED IN: runlca"},
       {"group without cases",
        [](auto& p) {
          p.nstr = 2;
@@ -63,6 +66,7 @@ TEST(LcaFailure, SaysWhatIsWrong) {
 TEST(LcaFailure, AnImpossibleCaseEndsTheRun) {
   lca_problem fit = simulate(50, {2, 2, 2}, 2, 1);
   fit.start_given = true;
+  fit.nstarts = 3;  // one fit stands for all
   fit.gamma = {0.5, 0.5};
   fit.rho.assign(12, 0.5);
   for (int c = 1; c <= 2; ++c) {
@@ -76,8 +80,8 @@ TEST(LcaFailure, AnImpossibleCaseEndsTheRun) {
       "E-step for LTA failed at iteration 1\r\nOCCURRED IN: run_em_modelfit in MOD estimation\r\n"
       "The model could not be fitted from any\r\nset of starting values.\r\n"
       "OCCURRED IN: runlca");
-  EXPECT_EQ(fit.start_status[0], 1);
-  EXPECT_EQ(fit.start_iter[0], -1);
+  EXPECT_EQ(fit.start_status, std::vector<std::int32_t>(3, 1));
+  EXPECT_EQ(fit.start_iter, std::vector<std::int32_t>(3, -1));
 }
 
 TEST(LcaFailure, AClassWithoutCasesEndsTheRun) {

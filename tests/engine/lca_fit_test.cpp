@@ -59,6 +59,9 @@ TEST(LcaFit, AgreesWithTheOracleOnAllShapes) {
       {"eight classes", 900, 8, {3, 3, 3, 3, 2}, 0.0, 1, false, false},
       {"nine classes", 900, 9, {3, 3, 3, 3, 2}, 0.0, 1, true, false},
       {"nineteen classes", 1500, 19, {3, 3, 3, 3, 3, 4}, 0.05, 2, false, false},
+      {"forty groups", 1200, 2, {2, 2, 3, 2}, 0.05, 40, false, false},
+      {"forty groups, equal rho", 1200, 2, {2, 2, 3, 2}, 0.05, 40, true, true},
+      {"ninety-nine classes", 1500, 99, {4, 4, 4, 4}, 0.0, 1, false, false},
       {"an item of one category", 300, 2, {2, 1, 3, 2}, 0.1, 1, false, false},
       {"codes beyond eight bits", 4000, 2, {300, 2, 2, 2}, 0.0, 1, false, false},
   };
