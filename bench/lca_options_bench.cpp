@@ -40,7 +40,8 @@ void fit_restricted(benchmark::State& state) {
     for (int c = 0; c < p.classes; ++c) {
       for (int r = 0; r < p.categories; ++r)
         for (int j = 0; j < 2; ++j) p.rho_restrictions[at(j, c, r)] = 2 + r + 10 * c;
-      p.rho_restrictions[at(8, c, 0)] = p.rho_restrictions[at(9, c, 2)] = 100 + c;
+      for (const std::size_t cell : {at(8, c, 0), at(8, c, 1), at(9, c, 2)})
+        p.rho_restrictions[cell] = 100 + c;
     }
   }
   for (auto _ : state) p.run(1, 1e-300, 300, 1);
