@@ -28,9 +28,13 @@ int32 refuse_empty_strata(lca_run& run) {
 
 int32 put_covariates(lca_run& run) {
   const lca_call& call = run.call;
-  if (dataset::put_ncov(call.ncov, run.dataset, run.err) != 0) return -1;
-  return dataset::put_cov(copy_in<double, 2>(call.cov, {call.nkase, call.ncov}), run.dataset,
-                          run.err);
+  array<double, 2> cov2;
+  if (dataset::put_ncov(call.ncov, run.dataset, run.err) != 0 ||
+      make_work_array("runlca: cov2", run.err, [&] {
+        cov2 = copy_in<double, 2>(call.cov, {call.nkase, call.ncov});
+      }) != 0)
+    return -1;
+  return dataset::put_cov(std::move(cov2), run.dataset, run.err);
 }
 
 }  // namespace
@@ -93,8 +97,9 @@ int32 put_restrictions(lca_run& run) {
   if (fixed && !call.rho)
     return refuse(
         run, {text("A required argument is missing (NULL address):"), text("position 23 (rho)")});
-  if (fixed || call.start_given) run.given_rho = copy_in<double, 4>(call.rho, shape);
-  return 0;
+  if (!fixed && !call.start_given) return 0;
+  return make_work_array("runlca: rho_temp", run.err,
+                         [&] { run.given_rho = copy_in<double, 4>(call.rho, shape); });
 }
 
 /// Reference class, or the class of a binary regression.
@@ -106,23 +111,36 @@ int32 put_regression_options(lca_run& run) {
   return call.binary_wanted ? param::put_binary_gamma(*call.binary_gamma, run.param, run.err) : 0;
 }
 
-/// Starting values of the host, or uniform gamma; fixed cells always take the host's values.
+/// The host's gamma; where only its fixed cells are read, the other classes share the rest equally.
+int32 put_gamma_start(lca_run& run) {
+  const lca_call& call = run.call;
+  if (!call.gamma) return 0;
+  array<double, 2> gamma_temp;
+  if (make_work_array("runlca: gamma_temp", run.err, [&] {
+        gamma_temp = copy_in<double, 2>(call.gamma, {call.nc, call.nstr});
+        if (call.start_given) return;
+        array<double, 2> uniform = run.param.gamma;
+        keep_fixed_values(gamma_temp.flat, run.param.gamma_restrictions.flat,
+                          param::gamma_rows(run.param), uniform.flat);
+        gamma_temp = std::move(uniform);
+      }) != 0)
+    return -1;
+  return param::put_gamma(gamma_temp, run.param, run.err);
+}
+
+/// Starting values of the host.
 int32 put_start_values(lca_run& run) {
   const lca_call& call = run.call;
-  if (call.gamma) {
-    auto gamma = copy_in<double, 2>(call.gamma, {call.nc, call.nstr});
-    if (!call.start_given) {
-      array<double, 2> uniform = run.param.gamma;
-      keep_fixed_values(gamma.flat, run.param.gamma_restrictions.flat, param::gamma_rows(run.param),
-                        uniform.flat);
-      gamma = std::move(uniform);
-    }
-    if (param::put_gamma(gamma, run.param, run.err) != 0) return -1;
-  }
+  if (put_gamma_start(run) != 0) return -1;
   if (!call.start_given) return 0;
+  array<double, 3> beta_temp;
   if (call.beta && call.ncov > 0 &&
-      param::put_beta(copy_in<double, 3>(call.beta, {call.ncov + 1, call.nc, call.nstr}), run.param,
-                      run.err) != 0)
+      (make_work_array(
+           "runlca: beta_temp", run.err,
+           [&] {
+             beta_temp = copy_in<double, 3>(call.beta, {call.ncov + 1, call.nc, call.nstr});
+           }) != 0 ||
+       param::put_beta(beta_temp, run.param, run.err) != 0))
     return -1;
   return param::put_rho(run.given_rho, run.param, run.err);
 }

@@ -11,6 +11,7 @@
 #include "api/stabilising.hpp"
 #include "api/starts.hpp"
 #include "core/array.hpp"
+#include "core/dynamic_allocation.hpp"
 #include "core/error_handler.hpp"
 
 namespace tolvenra::api {
@@ -42,6 +43,13 @@ struct lca_run {
 /// Reports in the driver's own name. \return -1
 inline int32 refuse(lca_run& run, std::initializer_list<text_lines> lines) {
   return fail(run.err, runlca_routine, lines);
+}
+
+/// A work array of the run: `fill` allocates it, and running out of memory names it ("runlca:
+/// cov2").
+template <class Fill>
+int32 make_work_array(std::string_view label, error_type& err, Fill&& fill) {
+  return allocation::allocate_under(label, runlca_routine, err, fill);
 }
 
 /// Required addresses, sizes that make copying unsafe, and options that are not built yet.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/dynamic_allocation.hpp"
 #include "numerics/assignment.hpp"
 
 namespace tolvenra::api {
@@ -16,6 +17,24 @@ double squared_distance(const param_type& a, int32 class_a, const param_type& b,
       sum += difference * difference;
     }
   return sum;
+}
+
+/// Class shares and response probabilities under other labels.
+struct relabelled {
+  array<double, 2> gamma;
+  array<double, 4> rho;
+};
+
+relabelled relabel(const param_type& plain, const array<int32, 2>& class_of) {
+  relabelled own{plain.gamma, plain.rho};
+  for (int32 g = 1; g <= plain.nstr; ++g)
+    for (int32 c = 1; c <= plain.nc; ++c) {
+      const int32 other = class_of(c, g);
+      own.gamma(c, g) = plain.gamma(other, g);
+      for (int32 r = 1; r <= plain.nrcmax; ++r)
+        for (int32 j = 1; j <= plain.nci; ++j) own.rho(j, c, r, g) = plain.rho(j, other, r, g);
+    }
+  return own;
 }
 
 }  // namespace
@@ -39,31 +58,25 @@ int32 drop_covariates(const dataset_type& dataset, const param_type& param,
 
 int32 put_stabilising_priors(const param_type& plain, const array<int32, 2>& class_of,
                              const prior_strengths& strengths, param_type& param, error_type& err) {
-  array<double, 2> gamma = plain.gamma;
-  array<double, 4> rho = plain.rho;
-  for (int32 g = 1; g <= param.nstr; ++g)
-    for (int32 c = 1; c <= param.nc; ++c) {
-      gamma(c, g) = plain.gamma(class_of(c, g), g);
-      for (int32 r = 1; r <= param.nrcmax; ++r)
-        for (int32 j = 1; j <= param.nci; ++j) rho(j, c, r, g) = plain.rho(j, class_of(c, g), r, g);
-    }
-  if (strengths.rho > 0.0) {
-    array<double, 3> ess;
-    ess.allocate({param.nci, param.nc, param.nstr}, strengths.rho);
-    if (param::put_rho_prior(rho, param, err) != 0 ||
-        param::put_rho_prior_ess(ess, param, err) != 0)
-      return -1;
-  }
-  if (strengths.gamma > 0.0) {
-    array<double, 1> ess;
-    ess.allocate({param.nstr}, strengths.gamma);
-    if (param::put_gamma_prior(gamma, param, err) != 0 ||
-        param::put_gamma_prior_ess(ess, param, err) != 0)
-      return -1;
-  }
-  if (strengths.beta > 0.0)
-    return param::put_beta_stabilizing_prior(gamma, strengths.beta, param, err);
-  return 0;
+  relabelled prior;
+  if (allocation::allocate_under("runlca: stabilizing_prior", {"runlca", ""}, err,
+                                 [&] { prior = relabel(plain, class_of); }) != 0)
+    return -1;
+  array<double, 3> rho_ess;
+  array<double, 1> gamma_ess;
+  if (allocation::allocate_under("runlca: prior_ess", {"runlca", ""}, err, [&] {
+        rho_ess.allocate({param.nci, param.nc, param.nstr}, strengths.rho);
+        gamma_ess.allocate({param.nstr}, strengths.gamma);
+      }) != 0)
+    return -1;
+  if (strengths.rho > 0.0 && (param::put_rho_prior(prior.rho, param, err) != 0 ||
+                              param::put_rho_prior_ess(rho_ess, param, err) != 0))
+    return -1;
+  if (strengths.gamma > 0.0 && (param::put_gamma_prior(prior.gamma, param, err) != 0 ||
+                                param::put_gamma_prior_ess(gamma_ess, param, err) != 0))
+    return -1;
+  if (!(strengths.beta > 0.0)) return 0;
+  return param::put_beta_stabilizing_prior(prior.gamma, strengths.beta, param, err);
 }
 
 array<int32, 2> match_labels(const param_type& start, const param_type& plain) {

@@ -13,6 +13,7 @@ std::atomic<long> allocations_left{-1};  // below 0: no limit
 
 void fail_after(long count) { allocations_left = count; }
 
+#ifndef TOLVENRA_HEAP_IS_THE_SANITIZERS
 namespace {
 
 void* take(std::size_t size) {
@@ -26,8 +27,10 @@ void* take(std::size_t size) {
 }
 
 }  // namespace
+#endif
 }  // namespace tolvenra::test
 
+#ifndef TOLVENRA_HEAP_IS_THE_SANITIZERS
 void* operator new(std::size_t size) { return tolvenra::test::take(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   try {
@@ -39,3 +42,4 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+#endif
