@@ -8,6 +8,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cfenv>
 #include <cstddef>
 #include <span>
@@ -90,8 +91,9 @@ void for_blocks(int32 blocks, int32 threads, Body&& body) {
   for_blocks_by_worker(blocks, threads, [&](int32 b, int32) { body(b); });
 }
 
-/// Runs body(i, worker) for i = 0..n-1, handed out one by one in ascending order to the workers
-/// 0..team_for(n, threads)-1; worker 0 is the calling thread.
+/// Runs body(i, worker) for i = 0..n-1, handed out one by one to the workers
+/// 0..team_for(n, threads)-1. Worker 0 is the calling thread and always takes task 0, so that what
+/// only the calling thread may do is done even when the other workers are quick.
 template <class Body>
 void for_tasks(int32 n, int32 threads, Body&& body) {
   const int32 team = team_for(n, threads);
@@ -99,12 +101,12 @@ void for_tasks(int32 n, int32 threads, Body&& body) {
     for (int32 i = 0; i < n; ++i) body(i, 0);
     return;
   }
+  std::atomic<int32> next{1};
 #pragma omp parallel num_threads(team)
   {
     const fp_environment_guard plain;
     const int32 worker = thread_number();
-#pragma omp for schedule(dynamic, 1)
-    for (int32 i = 0; i < n; ++i) body(i, worker);
+    for (int32 i = worker == 0 ? 0 : next++; i < n; i = next++) body(i, worker);
   }
 }
 

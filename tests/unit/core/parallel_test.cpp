@@ -72,6 +72,13 @@ TEST(ForTasks, RunsEachTaskOnce) {
     ++runs[static_cast<std::size_t>(i)];
   });
   EXPECT_EQ(runs, std::vector<int32>(1000, 1));
+  for (int trial = 0; trial < 200; ++trial) {  // however late it comes
+    int32 first = -1;
+    for_tasks(8, 3, [&](int32 i, int32 worker) {
+      if (i == 0) first = worker;
+    });
+    EXPECT_EQ(first, 0);
+  }
   for_tasks(0, 4, [&](int32, int32) { FAIL(); });
   for_blocks(0, 4, [&](int32) { FAIL(); });
 }
