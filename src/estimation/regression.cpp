@@ -144,12 +144,16 @@ class fitter {
         return attempt::converged;
       }
       double next = objective(fit_, fit_.trial);
+      const double full_step = next;
       for (int half = 0; half < 20 && !(next >= value); ++half) {
         for (std::size_t q = 0; q < beta.size(); ++q)
           fit_.trial.flat[q] = 0.5 * (fit_.trial.flat[q] + beta.flat[q]);
         next = objective(fit_, fit_.trial);
       }
-      if (!(next >= value)) return attempt::converged;  // rounding hides any further ascent
+      if (!(next >= value)) {  // at the maximum rounding hides any further ascent, nowhere else
+        const bool rounding = std::abs(full_step - value) <= 1e-10 * (1.0 + std::abs(value));
+        return rounding ? attempt::converged : attempt::not_converged;
+      }
       beta = fit_.trial;
       value = next;
     }
@@ -164,7 +168,8 @@ class fitter {
   error_type report_;
 };
 
-/// Five attempts, each from where the decisions below put it. \return what the last one reached
+/// Five attempts, from the previous coefficients and from zero, with full and with halved steps.
+/// \return what the last one reached
 attempt five_attempts(fitter& newton, array<double, 2>& beta) {
   array<double, 2> zero = beta;
   std::fill(zero.flat.begin(), zero.flat.end(), 0.0);
