@@ -6,7 +6,7 @@
 #include <cmath>
 #include <string_view>
 
-#include "report.hpp"
+#include "report_parts.hpp"
 #include "utf8.hpp"
 
 namespace tolvenra::cli {
@@ -42,13 +42,14 @@ std::string cells_text(const expected_cells& cells, bool complete_cases) {
                      complete_cases ? "complete " : "", count(cells.cells), cells.mean());
 }
 
-std::string sparse_text(const expected_cells& cells, bool complete_cases) {
+std::string sparse_text(const expected_cells& cells, bool complete_cases, bool residuals) {
   std::string text = cells_text(cells, complete_cases);
   if (cells.mean() >= 5.0)
     text += ", but more than a fifth of the cells in tables with fewer than 5";
   return text +
          "; chi-square describes it from about 5 a cell on (Koehler & Larntz 1980). Compare "
-         "models by the criteria instead, and see the bivariate residuals (--residuals).";
+         "models by the criteria instead" +
+         (residuals ? ", and see the bivariate residuals (--residuals)." : ".");
 }
 
 /// What keeps G² and X² from being tested whatever the table.
@@ -72,16 +73,19 @@ std::string obstacle(p_value_use use) {
   }
 }
 
-std::string G2_text(const fit_tests& tests) {
+std::string G2_text(const fit_tests& tests, std::string_view latents, bool residuals) {
   std::string text =
       "G² compares the model with the table of all response patterns, each with a probability of "
       "its own. ";
   if (tests.G2.use == p_value_use::sparse)
-    return text + "The table is sparse: " + sparse_text(tests.complete, tests.missing_responses);
+    return text + "The table is sparse: " +
+           sparse_text(tests.complete, tests.missing_responses, residuals);
   if (tests.G2.use != p_value_use::meaningful) return text + obstacle(tests.G2.use);
   text += *tests.G2.p < level
-              ? "The responses contradict the model (5 % level): the classes do not explain all "
-                "that the items have in common."
+              ? fmt::format(
+                    "The responses contradict the model (5 % level): the {} do not explain "
+                    "all that the items have in common.",
+                    latents)
               : "Nothing in it speaks against the model (5 % level).";
   if (tests.complete.below_5 > 0.2 * tests.complete.cells)
     text += fmt::format(
@@ -176,15 +180,15 @@ std::string p_remark(const fit_test& test) {
   return "not meaningful (" + p_reason(test.use) + ")";
 }
 
-std::string fit_test_section(const fit_tests& tests) {
+std::string fit_test_section(const fit_tests& tests, std::string_view latents, bool residuals) {
   std::string text = "Tests\n";
   if (tests.G2.use == p_value_use::no_statistic)
     return text + paragraph(
                       "The table of all response patterns is too large to be fitted to incomplete "
                       "responses: there is no G², no X² and no missing-data test. Log-likelihood "
                       "and criteria remain.");
-  text +=
-      paragraph(tests.G2.use == p_value_use::covariates ? obstacle(tests.G2.use) : G2_text(tests));
+  text += paragraph(tests.G2.use == p_value_use::covariates ? obstacle(tests.G2.use)
+                                                            : G2_text(tests, latents, residuals));
   if (tests.X2.statistic) text += paragraph(X2_text(tests));
   if (tests.missing.statistic) text += paragraph(missing_text(tests));
   if (tests.unfinished > 0) text += paragraph(unfinished_text(tests));

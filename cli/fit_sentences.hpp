@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "fit_tests.hpp"
 
@@ -14,6 +15,8 @@ std::string p_remark(const fit_test& test);
 std::string p_reason(p_value_use use);
 
 /// A section of the report: what each test compares and what it says at the 5 % level.
-std::string fit_test_section(const fit_tests& tests);
+/// \param latents  what explains the responses, "classes" or "statuses"
+/// \param residuals  the analysis offers bivariate residuals
+std::string fit_test_section(const fit_tests& tests, std::string_view latents, bool residuals);
 
 }  // namespace tolvenra::cli

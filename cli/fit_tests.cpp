@@ -58,7 +58,7 @@ std::optional<double> df_of(std::int32_t df) {
   return df == too_many ? std::nullopt : std::optional(static_cast<double>(df));
 }
 
-bool weights_differ(const lca_data& data) {
+bool weights_differ(const case_data& data) {
   return std::any_of(data.weight.begin(), data.weight.end(),
                      [&](double weight) { return weight != 1.0; });
 }
@@ -75,7 +75,7 @@ bool cells_suit_X2(const expected_cells& cells) {
          cells.smallest >= least_for_X2;
 }
 
-expected_cells count_cells(const lca_data& data, const lca_fit& fit, bool complete_only) {
+expected_cells count_cells(const case_data& data, const fit_record& fit, bool complete_only) {
   const std::size_t nitem = data.items.size();
   const std::vector<bool> all(nitem, true);
   // By group and the items that are answered.
@@ -104,7 +104,7 @@ expected_cells count_cells(const lca_data& data, const lca_fit& fit, bool comple
   return sum;
 }
 
-fit_tests make_fit_tests(const lca_data& data, const lca_fit& fit) {
+fit_tests make_fit_tests(const case_data& data, const fit_record& fit, double X2_p) {
   fit_tests tests;
   tests.missing_responses = fit.run_info[5] != 0;
   tests.passes = fit.run_info[6];
@@ -126,7 +126,7 @@ fit_tests make_fit_tests(const lca_data& data, const lca_fit& fit) {
   if (!data.covariates.empty()) return tests;
 
   tests.G2 = {if_finite(fit.G2), df_of(fit.apparent_df), if_finite(fit.fit_extra[1])};
-  tests.X2 = {if_finite(fit.fit_extra[0]), tests.G2.df, if_finite(fit.fit_extra[6])};
+  tests.X2 = {if_finite(fit.fit_extra[0]), tests.G2.df, if_finite(X2_p)};
   if (tests.X2.df) tests.X2.df = freed ? std::optional(*tests.X2.df + *freed) : std::nullopt;
   const bool miscounted = fit.run_info[12] > 0 && fit.run_info[12] != fit.n_params[0];
   const p_value_use obstacle = miscounted ? p_value_use::restrictions : weighted;

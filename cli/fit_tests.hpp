@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "lca_run.hpp"
+#include "fit_record.hpp"
 
 namespace tolvenra::cli {
 
@@ -60,8 +60,9 @@ struct fit_tests {
 
 /// Counts the cells behind a completed fit, group by group and missingness pattern by missingness
 /// pattern. \param complete_only  of the tables of all items alone, whether they have cases or not.
-expected_cells count_cells(const lca_data& data, const lca_fit& fit, bool complete_only);
+expected_cells count_cells(const case_data& data, const fit_record& fit, bool complete_only);
 
-fit_tests make_fit_tests(const lca_data& data, const lca_fit& fit);
+/// \param X2_p  upper tail of X2 on its degrees of freedom; NaN where there is none
+fit_tests make_fit_tests(const case_data& data, const fit_record& fit, double X2_p);
 
 }  // namespace tolvenra::cli

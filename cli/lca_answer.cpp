@@ -3,49 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
 #include <numeric>
 
 namespace tolvenra::cli {
 namespace {
 
-std::optional<double> if_finite(double value) {
-  return std::isfinite(value) ? std::optional(value) : std::nullopt;
-}
-
-/// The engine reports its criteria on the scale of G2; here they stand on -2 log-likelihood, which
-/// is what most tables in the literature show, and exists when G2 does not.
-void set_criteria(double n, lca_fit_figures& figures) {
-  const double deviance = -2.0 * figures.loglik;
-  const double p = figures.n_params;
-  figures.aic = deviance + 2.0 * p;
-  figures.bic = deviance + std::log(n) * p;
-  figures.caic = deviance + (std::log(n) + 1.0) * p;
-  figures.abic = deviance + std::log((n + 2.0) / 24.0) * p;
-}
-
 bool has_prior(const lca_options& options) {
   return options.prior_rho > 0.0 || options.prior_gamma > 0.0 || options.prior_beta > 0.0;
-}
-
-void set_figures(const lca_data& data, const lca_options& options, const lca_fit& fit,
-                 lca_answer& answer) {
-  lca_fit_figures& figures = answer.figures;
-  figures.loglik = fit.loglik;
-  figures.n_params = fit.n_params[0];
-  figures.independent = fit.run_info[12];
-  figures.entropy = fit.fit_extra[3];
-  if (has_prior(options)) figures.penalised_loglik = if_finite(fit.fit_extra[4]);
-  set_criteria(data.weighted_cases, figures);
-  answer.of_fit = make_fit_tests(data, fit);
-  // The saturated model knows no covariates: there is nothing to compare with.
-  if (!data.covariates.empty()) return;
-  const bool too_many_cells = fit.apparent_df == std::numeric_limits<std::int32_t>::max();
-  if (!too_many_cells) figures.df = fit.apparent_df;
-  figures.G2 = answer.of_fit.G2.statistic;
-  figures.G2_p = answer.of_fit.G2.p;
-  figures.X2 = answer.of_fit.X2.statistic;
 }
 
 void order_classes(const lca_data& data, std::size_t nc, const lca_fit& fit, lca_answer& answer) {
@@ -102,66 +66,22 @@ void set_coefficients(const lca_data& data, std::size_t nc, const lca_fit& fit,
   }
 }
 
-void set_tests(const lca_data& data, std::size_t nc, const lca_fit& fit, lca_answer& answer) {
-  const std::size_t classes = data.model.binary ? 1 : nc - 1;
-  for (std::size_t v = 0; v < fit.test_stat.size(); ++v) {
-    covariate_test& test = answer.tests.emplace_back();
-    test.name = data.covariates[v].name;
-    test.df = static_cast<std::int32_t>(classes * data.groups());
-    test.statistic = if_finite(fit.test_stat[v]);
-    if (test.statistic) test.p = if_finite(fit.test_p[v]);
-    test.converged = fit.test_status[v] == 0 || fit.test_status[v] == 5;
-    if (test.converged) continue;
-    answer.warnings.push_back(
-        test.statistic
-            ? fmt::format("The model without \"{}\" has not converged: its test is too small or "
-                          "too large. Raise --max-iter.",
-                          test.name)
-            : fmt::format("The model without \"{}\" could not be fitted: it is not tested.",
-                          test.name));
-  }
-}
-
-void add_warnings(const lca_data& data, const lca_options& options, const lca_fit& fit,
-                  lca_answer& answer) {
-  const auto warn = [&](std::string text) { answer.warnings.push_back(std::move(text)); };
-  if (answer.figures.df.value_or(0) < 0)
-    warn(
-        fmt::format("The degrees of freedom are negative ({}): the model has more parameters than "
-                    "the data have cells, and it is not identified.",
-                    *answer.figures.df));
-  if (!answer.converged)
-    warn(
-        fmt::format("The estimates have not converged: {} iterations did not bring the largest "
-                    "change below {}. Raise --max-iter.",
-                    answer.iterations, options.criterion));
-  const std::int32_t starts = starts_of(data, options);
-  if (const auto failed = starts - fit.run_info[2]; failed > 0)
-    warn(fmt::format("{} of {} starts failed. The last report:\n{}", failed, starts, fit.message));
-  if (answer.best_start_hits == 1 && starts > 1)
-    warn(
-        "Only one start reached the best log-likelihood: it may be a local maximum. Raise "
-        "--starts.");
-}
-
 }  // namespace
 
 lca_answer make_lca_answer(const lca_data& data, const lca_options& options, const lca_fit& fit) {
   const auto nc = static_cast<std::size_t>(options.classes);
   lca_answer answer;
-  answer.converged = fit.converged;
-  answer.iterations = fit.iterations;
-  answer.best_start_hits = fit.run_info[3];
-  answer.starts = fit.starts;
-  answer.warnings = data.warnings;
-  set_figures(data, options, fit, answer);
+  set_fit(data, fit, fit.fit_extra[3], has_prior(options), fit.fit_extra[6], answer);
   order_classes(data, nc, fit, answer);
   set_estimates(data, nc, fit, answer);
   set_coefficients(data, nc, fit, answer);
-  set_tests(data, nc, fit, answer);
+  const std::size_t classes = data.model.binary ? 1 : nc - 1;
+  for (std::size_t v = 0; v < fit.test_stat.size(); ++v)
+    add_test(fit, v, data.covariates[v].name, static_cast<std::int32_t>(classes * data.groups()),
+             answer);
   if (options.residuals || !options.json.empty())
     answer.residuals = bivariate_residuals(data, options.classes, fit);
-  add_warnings(data, options, fit, answer);
+  add_fit_warnings(options, fit, starts_of(data, options), answer);
   return answer;
 }
 

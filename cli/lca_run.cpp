@@ -1,36 +1,13 @@
 #include "lca_run.hpp"
 
-#include <algorithm>
-
 namespace tolvenra::cli {
 namespace {
 
-using int32_array = std::vector<std::int32_t>;
-
-int32_array responses(const lca_data& data) {
-  int32_array y;
-  y.reserve(data.rows * data.items.size());
-  for (const categories& item : data.items) y.insert(y.end(), item.code.begin(), item.code.end());
-  return y;
-}
-
-int32_array category_counts(const lca_data& data) {
-  int32_array nrc;
+std::vector<std::int32_t> category_counts(const lca_data& data) {
+  std::vector<std::int32_t> nrc;
   for (const categories& item : data.items)
     nrc.push_back(static_cast<std::int32_t>(item.labels.size()));
   return nrc;
-}
-
-std::string trimmed(const std::vector<char>& message) {
-  const std::string text(message.begin(), message.end());
-  return text.substr(0, text.find_last_not_of(std::string(" \0\n\r", 4)) + 1);
-}
-
-std::vector<double> covariate_matrix(const lca_data& data) {
-  std::vector<double> cov;
-  for (const covariate& column : data.covariates)
-    cov.insert(cov.end(), column.value.begin(), column.value.end());
-  return cov;
 }
 
 /// While classes are listed by size, the fit knows no reference of the user's: the answer expresses
@@ -39,29 +16,7 @@ std::size_t engine_reference(const lca_model& model) {
   return model.tells_classes_apart() && !model.binary ? model.reference : 0;
 }
 
-struct start_arrays {
-  int32_array seed, iterations, status;
-  std::vector<double> loglik;
-  std::vector<std::uint8_t> converged;
-
-  explicit start_arrays(std::size_t n)
-      : seed(n), iterations(n, -1), status(n, 1), loglik(n, TOLVENRA_FAILED_START), converged(n) {}
-
-  [[nodiscard]] std::vector<lca_start> records() const {
-    std::vector<lca_start> result;
-    for (std::size_t i = 0; i < seed.size(); ++i)
-      result.push_back({seed[i], iterations[i], status[i], loglik[i], converged[i] != 0});
-    return result;
-  }
-};
-
 }  // namespace
-
-bool engine_matches() {
-  std::uint8_t mismatch = 0;
-  checkversion(interface_version.data(), &mismatch);
-  return mismatch == 0;
-}
 
 bool covariates_are_tested(const lca_data& data) {
   return !data.covariates.empty() && data.weight.empty();
@@ -76,9 +31,9 @@ lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progr
   const auto nitem = static_cast<std::int32_t>(data.items.size());
   const auto nrow = static_cast<std::int32_t>(data.rows);
   const auto ngroup = static_cast<std::int32_t>(data.groups());
-  const int32_array nrc = category_counts(data);
+  const std::vector<std::int32_t> nrc = category_counts(data);
   const std::int32_t nrcmax = most_categories_of(data);
-  const int32_array y = responses(data);
+  const std::vector<std::int32_t> y = response_matrix(data);
   const lca_model& model = data.model;
   const std::vector<double> cov = covariate_matrix(data);
   const auto ncov = static_cast<std::int32_t>(data.covariates.size());
@@ -87,21 +42,14 @@ lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progr
   const auto compared = static_cast<std::int32_t>(model.compared) + 1;
   const bool want_post = !options.posteriors.empty();
   const bool want_tests = covariates_are_tested(data);
-  const auto codes = [](const int32_array& code) { return code.empty() ? nullptr : code.data(); };
 
   lca_fit fit;
   fit.gamma = model.gamma;
   fit.rho = model.rho;
   if (ncov > 0) fit.beta = model.beta;
   if (ncov > 0) fit.beta.resize(fit.gamma.size() * (data.covariates.size() + 1));
-  if (want_tests) {
-    fit.test_stat.resize(data.covariates.size());
-    fit.test_p.resize(data.covariates.size());
-    fit.test_status.resize(data.covariates.size());
-  }
   if (want_post) fit.post_cls.resize(data.rows * nc);
-  fit.response_patterns.resize(data.rows * (1 + data.items.size()));
-  fit.pattern_counts.resize(data.rows * 2);
+  make_room(data, want_tests ? data.covariates.size() : 0, fit);
   start_arrays starts(static_cast<std::size_t>(nstarts));
   std::vector<char> message(8192, ' ');
   std::uint8_t converged = 0;
@@ -117,11 +65,11 @@ lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progr
       want_post ? fit.post_cls.data() : nullptr, fit.response_patterns.data(),
       fit.pattern_counts.data(), /*std_gamma=*/nullptr, /*std_gamma_model=*/nullptr,
       /*std_rho=*/nullptr, /*std_beta=*/nullptr, /*cov_b=*/nullptr, /*se_option=*/0,
-      fit.run_info.data(), /*start_given=*/model.start_given ? 1 : 0, codes(model.gamma_code),
-      codes(model.rho_code), nstarts, options.seed, /*seed2=*/0, starts.seed.data(),
-      starts.loglik.data(), starts.converged.data(), starts.iterations.data(), options.prior_beta,
-      options.prior_rho, options.prior_gamma, options.criterion, options.max_iter, options.threads,
-      &converged, &fit.iterations,
+      fit.run_info.data(), /*start_given=*/model.start_given ? 1 : 0,
+      data_or_null(model.gamma_code), data_or_null(model.rho_code), nstarts, options.seed,
+      /*seed2=*/0, starts.seed.data(), starts.loglik.data(), starts.converged.data(),
+      starts.iterations.data(), options.prior_beta, options.prior_rho, options.prior_gamma,
+      options.criterion, options.max_iter, options.threads, &converged, &fit.iterations,
       /*max_abs_diff=*/nullptr, /*mean_abs_diff=*/nullptr, starts.status.data(), /*deff=*/nullptr,
       &fit.loglik, &fit.overflow_count, &fit.apparent_df, fit.n_params.data(), &fit.G2,
       /*aic=*/nullptr, /*bic=*/nullptr, /*caic=*/nullptr, /*abic=*/nullptr, /*entropyraw=*/nullptr,

@@ -2,9 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <cmath>
-
-#include "report.hpp"
+#include "report_parts.hpp"
 
 namespace tolvenra::cli {
 namespace {
@@ -12,20 +10,7 @@ namespace {
 std::string test_section(const lca_data& data, const lca_answer& answer) {
   if (!covariates_are_tested(data))
     return "\nTests of covariates with sampling weights are not available yet.\n";
-  std::vector<std::vector<std::string>> rows{{"Covariate", "Chi-square", "df", "p"}};
-  for (const covariate_test& test : answer.tests) {
-    const std::string p = test.p ? p_text(*test.p) : "";
-    rows.push_back({test.name, test.statistic ? fixed(*test.statistic) : "not fitted",
-                    fmt::format("{}", test.df), p.starts_with("p = ") ? p.substr(4) : p});
-    if (p.starts_with("p < ")) rows.back().back() = p.substr(2);
-  }
-  return "\nLikelihood-ratio tests of the covariates\n" + aligned(rows, 1);
-}
-
-/// Large and small odds need more than four decimals.
-std::string odds(double coefficient) {
-  const double value = std::exp(coefficient);
-  return value >= 1e-3 && value < 1e6 ? fixed(value) : fmt::format("{:.4g}", value);
+  return test_table(answer.tests);
 }
 
 std::string coefficient_table(const lca_data& data, const lca_answer& answer, std::size_t group) {
@@ -36,7 +21,7 @@ std::string coefficient_table(const lca_data& data, const lca_answer& answer, st
     for (std::size_t v = 0; v < b.size(); ++v)
       rows.push_back({v == 0 ? answer.class_labels[c] : "",
                       v == 0 ? "(intercept)" : data.covariates[v - 1].name, fixed(b[v]),
-                      v == 0 ? "" : odds(b[v])});
+                      v == 0 ? "" : odds_text(b[v])});
   }
   return aligned(rows, 2);
 }

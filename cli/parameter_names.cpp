@@ -13,32 +13,30 @@
 namespace tolvenra::cli {
 namespace {
 
-constexpr const char* forms =
-    "rho[item, category, class], gamma[class] or beta[covariate, class], with the group as a last "
-    "index where there are groups";
-
-input_error no_name(const located_text& name) {
-  return input_error::of("{}: \"{}\" is no parameter; it should read {}.", name.where, name.text,
-                         forms);
-}
-
 class name_parser {
  public:
-  explicit name_parser(const located_text& name) : name_(name), rest_(name.text) {}
+  name_parser(const located_text& name, const std::vector<parameter_family>& families,
+              const std::string& forms)
+      : name_(name), families_(families), forms_(forms), rest_(name.text) {}
 
   parameter_name parse() {
     parameter_name result;
     skip_blanks();
-    result.of = take_family();
-    if (!take('[')) throw no_name(name_);
+    result.family = take_family();
+    if (!take('[')) throw no_name();
     do {
       result.indices.push_back(take_index());
     } while (take(','));
-    if (!take(']') || !rest_.empty()) throw no_name(name_);
+    if (!take(']') || !rest_.empty()) throw no_name();
     return result;
   }
 
  private:
+  [[nodiscard]] input_error no_name() const {
+    return input_error::of("{}: \"{}\" is no parameter; it should read {}.", name_.where,
+                           name_.text, forms_);
+  }
+
   void skip_blanks() {
     while (rest_.starts_with(' ')) rest_.remove_prefix(1);
   }
@@ -51,22 +49,21 @@ class name_parser {
     return true;
   }
 
-  family take_family() {
-    for (const auto& [word, of] : {std::pair<std::string_view, family>{"gamma", family::gamma},
-                                   {"rho", family::rho},
-                                   {"beta", family::beta}})
-      if (rest_.starts_with(word)) {
+  std::size_t take_family() {
+    const std::string_view word = rest_.substr(0, rest_.find_first_of(" ["));
+    for (std::size_t f = 0; f < families_.size(); ++f)
+      if (word == families_[f].name) {
         rest_.remove_prefix(word.size());
-        return of;
+        return f;
       }
-    throw no_name(name_);
+    throw no_name();
   }
 
   parameter_name::index take_index() {
     skip_blanks();
     if (rest_.starts_with('\'')) return take_quoted();
     const std::size_t end = rest_.find_first_of(",]");
-    if (end == std::string_view::npos || end == 0) throw no_name(name_);
+    if (end == std::string_view::npos || end == 0) throw no_name();
     std::string_view text = rest_.substr(0, end);
     while (text.ends_with(' ')) text.remove_suffix(1);
     rest_.remove_prefix(end);
@@ -89,6 +86,8 @@ class name_parser {
   }
 
   const located_text& name_;
+  const std::vector<parameter_family>& families_;
+  const std::string& forms_;
   std::string_view rest_;
 };
 
@@ -127,181 +126,169 @@ std::vector<std::size_t> all_of(std::size_t n) {
 struct parameter_space::choice {
   std::vector<std::size_t> at;
   bool each = false;
-
-  /// \param label_of  finds the offset of a text that is no wildcard
-  template <class Find>
-  static choice of(const parameter_name::index& index, std::size_t n, Find&& find) {
-    if (index.is("*")) return {all_of(n), false};
-    if (index.is("each")) return {all_of(n), true};
-    return {{find()}, false};
-  }
-
-  /// The key of element k, where this choice takes part in it.
-  [[nodiscard]] std::vector<std::size_t> key(std::vector<std::size_t> before, std::size_t k) const {
-    if (each) before.push_back(k);
-    return before;
-  }
 };
 
-parameter_name parse_parameter_name(const located_text& name) { return name_parser(name).parse(); }
-
-parameter_space::parameter_space(const lca_data& data, std::vector<std::string> class_names,
-                                 std::size_t classes, bool shared_rho)
-    : data_(data),
-      class_names_(std::move(class_names)),
-      items_(data.items.size()),
-      classes_(classes),
-      most_categories_(static_cast<std::size_t>(most_categories_of(data))),
-      coefficients_(data.covariates.size() + 1),
-      shared_rho_(shared_rho) {}
-
-std::size_t parameter_space::size(family of) const {
-  const std::size_t shares = classes_ * data_.groups();
-  if (of == family::gamma) return shares;
-  return of == family::beta ? coefficients_ * shares : items_ * most_categories_ * shares;
+parameter_name parameter_space::parse(const located_text& name) const {
+  return name_parser(name, families_, forms_).parse();
 }
 
-std::size_t parameter_space::class_offset(const parameter_name::index& index,
-                                          const located_text& name) const {
-  const auto named = std::find(class_names_.begin(), class_names_.end(), index.text);
-  if (named != class_names_.end()) return static_cast<std::size_t>(named - class_names_.begin());
+std::size_t parameter_space::latent_offset(const parameter_axis& axis,
+                                           const parameter_name::index& index,
+                                           const located_text& name) const {
+  const auto named = std::find(axis.labels.begin(), axis.labels.end(), index.text);
+  if (named != axis.labels.end()) return static_cast<std::size_t>(named - axis.labels.begin());
   std::string_view digits = index.text;
-  if (!index.quoted && digits.starts_with("class ")) digits.remove_prefix(6);
+  if (!index.quoted && digits.starts_with(latent_ + ' ')) digits.remove_prefix(latent_.size() + 1);
   std::size_t number = 0;
   if (!index.quoted && all_digits(digits)) {
     std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    if (number >= 1 && number <= classes_) return number - 1;
+    if (number >= 1 && number <= axis.extent) return number - 1;
   }
   const std::string within = name.text == index.text ? "" : fmt::format("\"{}\": ", name.text);
-  throw input_error::of("{}: {}there is no class \"{}\"; {}.", name.where, within, index.text,
-                        class_names_.empty()
-                            ? fmt::format("the classes are numbered from 1 to {}", classes_)
-                            : fmt::format("the classes are {}", fmt::join(class_names_, ", ")));
+  throw input_error::of("{}: {}there is no {} \"{}\"; the {} are {}.", name.where, within, latent_,
+                        index.text, latents_,
+                        axis.labels.empty() ? fmt::format("numbered from 1 to {}", axis.extent)
+                                            : fmt::format("{}", fmt::join(axis.labels, ", ")));
 }
 
-std::size_t parameter_space::find_class(const located_text& name) const {
-  return class_offset({name.text, false}, name);
+std::size_t parameter_space::find_latent(const located_text& name) const {
+  for (const parameter_axis& axis : families_.front().axes)
+    if (axis.of == parameter_axis::kind::latent)
+      return latent_offset(axis, {name.text, false}, name);
+  return 0;
 }
 
-parameter_space::choice parameter_space::choose_class(const parameter_name::index& index,
-                                                      const located_text& name) const {
-  return choice::of(index, classes_, [&] { return class_offset(index, name); });
-}
-
-parameter_space::choice parameter_space::choose_group(const parameter_name& parts, std::size_t at,
-                                                      const located_text& name,
-                                                      bool groups_apart) const {
-  const auto refuse = [&](const char* why) {
-    return input_error::of("{}: \"{}\" has {} {}; it should read {}.", name.where, name.text,
-                           parts.indices.size(), why, forms);
-  };
-  if (parts.indices.size() < at || parts.indices.size() > at + 1)
-    throw refuse(parts.indices.size() == 1 ? "index" : "indices");
-  const std::size_t groups = groups_of(parts.of);
-  if (parts.indices.size() == at) return {all_of(groups), groups_apart && groups > 1};
-  if (!data_.group) throw refuse("indices, but there are no groups");
-  if (groups == 1 && parts.of == family::rho && shared_rho_)
-    throw refuse("indices, but the groups share rho, so that no group can be named");
-  parameter_name::index index = parts.indices[at];
-  return choice::of(index, groups, [&] {
-    const std::vector<std::string>& labels = data_.group->labels;
+std::size_t parameter_space::find_index(const parameter_axis& axis,
+                                        const parameter_name::index& index,
+                                        const located_text& name, std::size_t item) const {
+  using kind = parameter_axis::kind;
+  const auto labelled = [&](const std::vector<std::string>& labels, const std::string& word,
+                            const std::string& they) {
     if (const auto found = find_label(labels, index.text)) return *found;
-    if (!index.quoted && index.text.starts_with("group "))
-      if (const auto found = find_label(labels, std::string_view(index.text).substr(6)))
+    if (!index.quoted && index.text.starts_with(word + ' '))
+      if (const auto found =
+              find_label(labels, std::string_view(index.text).substr(word.size() + 1)))
         return *found;
-    not_among(name, "group", index.text, labels, "The groups");
-  });
-}
-
-void parameter_space::find_rho(const parameter_name& parts, const located_text& name,
-                               const choice& groups, parameter_cells& found) const {
-  const choice cls = choose_class(parts.indices[2], name);
-  const choice items = choice::of(parts.indices[0], items_, [&] {
-    std::vector<std::string> known;
-    for (std::size_t j = 0; j < items_; ++j) {
-      known.push_back(data_.items[j].name);
-      if (known.back() == parts.indices[0].text) return j;
+    not_among(name, word.c_str(), index.text, labels, they);
+  };
+  const auto same = [&](const std::vector<std::string>& known, const char* what,
+                        const char* they) -> std::size_t {
+    const auto found = std::find(known.begin(), known.end(), index.text);
+    if (found == known.end()) not_among(name, what, index.text, known, they);
+    return static_cast<std::size_t>(found - known.begin());
+  };
+  switch (axis.of) {
+    case kind::latent:
+      return latent_offset(axis, index, name);
+    case kind::item:
+      return same(axis.labels, "item", "The items");
+    case kind::category: {
+      const categories& of_item = *items_[item];
+      if (const auto label = find_label(of_item.labels, index.text)) return *label;
+      not_among(name, "category", index.text, of_item.labels,
+                fmt::format("The categories of item \"{}\"", of_item.name));
     }
-    not_among(name, "item", parts.indices[0].text, known, "The items");
-  });
-  for (std::size_t j = 0; j < items.at.size(); ++j) {
-    const categories& item = data_.items[items.at[j]];
-    const parameter_name::index& index = parts.indices[1];
-    const choice responses = choice::of(index, item.labels.size(), [&] {
-      if (const auto label = find_label(item.labels, index.text)) return *label;
-      not_among(name, "category", index.text, item.labels,
-                fmt::format("The categories of item \"{}\"", item.name));
-    });
-    for (std::size_t k = 0; k < responses.at.size(); ++k)
-      for (std::size_t c = 0; c < cls.at.size(); ++c)
-        for (std::size_t g = 0; g < groups.at.size(); ++g)
-          found.lists[groups.key(cls.key(responses.key(items.key({}, j), k), c), g)].push_back(
-              rho_at(items.at[j], responses.at[k], cls.at[c], groups.at[g]));
+    case kind::group:
+      return labelled(axis.labels, "group", "The groups");
+    case kind::time:
+      return labelled(axis.labels, "time", "The times");
+    case kind::coefficient:
+      break;
   }
-}
-
-parameter_space::choice parameter_space::choose_coefficient(const parameter_name::index& index,
-                                                            const located_text& name) const {
-  if (data_.covariates.empty())
-    throw input_error::of("{}: \"{}\": without covariates there are no coefficients.", name.where,
-                          name.text);
-  return choice::of(index, coefficients_, [&]() -> std::size_t {
-    if (index.is("intercept")) return 0;
-    std::vector<std::string> known{"intercept"};
-    for (std::size_t v = 0; v < data_.covariates.size(); ++v) {
-      if (data_.covariates[v].name == index.text) return v + 1;
-      known.push_back(data_.covariates[v].name);
-    }
-    not_among(name, "covariate", index.text, known, "The coefficients");
-  });
-}
-
-parameter_cells parameter_space::find(const located_text& name, bool groups_apart) const {
-  const parameter_name parts = parse_parameter_name(name);
-  const std::size_t indices = parts.of == family::gamma ? 1 : parts.of == family::beta ? 2 : 3;
-  const choice groups = choose_group(parts, indices, name, groups_apart);
-  parameter_cells found{parts.of, {}};
-  if (parts.of == family::rho) {
-    find_rho(parts, name, groups, found);
-    return found;
-  }
-  const choice cls = choose_class(parts.indices[indices - 1], name);
-  choice coefficients{{0}, false};
-  if (parts.of == family::beta) coefficients = choose_coefficient(parts.indices[0], name);
-  for (std::size_t v = 0; v < coefficients.at.size(); ++v)
-    for (std::size_t c = 0; c < cls.at.size(); ++c)
-      for (std::size_t g = 0; g < groups.at.size(); ++g)
-        found.lists[groups.key(cls.key(coefficients.key({}, v), c), g)].push_back(
-            parts.of == family::gamma ? gamma_at(cls.at[c], groups.at[g])
-                                      : beta_at(coefficients.at[v], cls.at[c], groups.at[g]));
+  if (index.is("intercept")) return 0;
+  std::vector<std::string> known{"intercept"};
+  known.insert(known.end(), axis.labels.begin(), axis.labels.end());
+  const std::size_t found = same(known, "covariate", "The coefficients");
+  if (found == 0) not_among(name, "covariate", index.text, known, "The coefficients");
   return found;
 }
 
-std::string parameter_space::class_and_group(std::size_t cls, std::size_t group, family of) const {
-  std::string text =
-      class_names_.empty() ? fmt::format("class {}", cls + 1) : quoted_if_needed(class_names_[cls]);
-  if (data_.group && !(of == family::rho && shared_rho_))
-    text += ", " + quoted_if_needed(data_.group->labels[group]);
-  return text + ']';
+parameter_space::choice parameter_space::choose(const parameter_axis& axis,
+                                                const parameter_name::index& index,
+                                                const located_text& name, std::size_t item) const {
+  const bool by_item = axis.of == parameter_axis::kind::category;
+  const std::size_t n = by_item ? items_[item]->labels.size() : axis.extent;
+  if (index.is("*")) return {all_of(n), false};
+  if (index.is("each")) return {all_of(n), true};
+  return {{find_index(axis, index, name, item)}, false};
 }
 
-std::string parameter_space::rho_name(std::size_t item, std::size_t category, std::size_t cls,
-                                      std::size_t group) const {
-  return fmt::format("rho[{}, {}, {}", quoted_if_needed(data_.items[item].name),
-                     quoted_if_needed(data_.items[item].labels[category]),
-                     class_and_group(cls, group, family::rho));
+void parameter_space::check_count(const parameter_name& parts, const located_text& name) const {
+  const parameter_family& family = families_[parts.family];
+  const std::size_t given = parts.indices.size(), most = family.axes.size();
+  const bool grouped = family.axes.back().of == parameter_axis::kind::group;
+  const auto refuse = [&](const std::string& why) {
+    return input_error::of("{}: \"{}\" has {} {}; it should read {}.", name.where, name.text, given,
+                           why, forms_);
+  };
+  if (!grouped && given == most + 1) throw refuse(family.no_group);
+  if (given > most || given + (grouped ? 1 : 0) < most)
+    throw refuse(given == 1 ? "index" : "indices");
+  if (family.axes.front().of == parameter_axis::kind::coefficient &&
+      family.axes.front().labels.empty())
+    throw input_error::of("{}: \"{}\": without covariates there are no coefficients.", name.where,
+                          name.text);
 }
 
-std::string parameter_space::gamma_name(std::size_t cls, std::size_t group) const {
-  return "gamma[" + class_and_group(cls, group, family::gamma);
+void parameter_space::collect(const parameter_name& parts, const located_text& name,
+                              bool groups_apart, const std::vector<std::size_t>& before,
+                              const std::vector<std::size_t>& key, parameter_cells& found) const {
+  const parameter_family& family = families_[parts.family];
+  const std::size_t k = before.size();
+  if (k == family.axes.size()) {
+    found.lists[key].push_back(offset_of(family, before));
+    return;
+  }
+  const parameter_axis& axis = family.axes[k];
+  const choice chosen =
+      k < parts.indices.size()
+          ? choose(axis, parts.indices[k], name, before.empty() ? 0 : before.front())
+          : choice{all_of(axis.extent), groups_apart && axis.extent > 1};
+  for (std::size_t i = 0; i < chosen.at.size(); ++i) {
+    std::vector<std::size_t> further = before, longer = key;
+    further.push_back(chosen.at[i]);
+    if (chosen.each) longer.push_back(i);
+    collect(parts, name, groups_apart, further, longer, found);
+  }
 }
 
-std::string parameter_space::beta_name(std::size_t coefficient, std::size_t cls,
-                                       std::size_t group) const {
-  return fmt::format(
-      "beta[{}, {}",
-      coefficient == 0 ? "intercept" : quoted_if_needed(data_.covariates[coefficient - 1].name),
-      class_and_group(cls, group, family::beta));
+parameter_cells parameter_space::find(const located_text& name, bool groups_apart) const {
+  const parameter_name parts = parse(name);
+  check_count(parts, name);
+  parameter_cells found{parts.family, {}};
+  collect(parts, name, groups_apart, {}, {}, found);
+  return found;
+}
+
+std::size_t parameter_space::extent(const parameter_family& family, std::size_t axis,
+                                    const std::vector<std::size_t>& before) const {
+  const parameter_axis& asked = family.axes[axis];
+  return asked.of == parameter_axis::kind::category ? items_[before.front()]->labels.size()
+                                                    : asked.extent;
+}
+
+std::string parameter_space::text_of(const parameter_axis& axis, std::size_t at,
+                                     std::size_t item) const {
+  using kind = parameter_axis::kind;
+  if (axis.of == kind::category) return quoted_if_needed(items_[item]->labels[at]);
+  if (axis.of == kind::latent && axis.labels.empty()) return fmt::format("{} {}", latent_, at + 1);
+  if (axis.of == kind::coefficient)
+    return at == 0 ? "intercept" : quoted_if_needed(axis.labels[at - 1]);
+  return quoted_if_needed(axis.labels[at]);
+}
+
+std::string parameter_space::name_of(const parameter_family& family,
+                                     const std::vector<std::size_t>& at) const {
+  std::vector<std::string> texts;
+  for (std::size_t k = 0; k < at.size(); ++k)
+    texts.push_back(text_of(family.axes[k], at[k], at.front()));
+  return fmt::format("{}[{}]", family.name, fmt::join(texts, ", "));
+}
+
+std::size_t offset_of(const parameter_family& family, const std::vector<std::size_t>& at) {
+  std::size_t offset = 0;
+  for (std::size_t k = 0; k < at.size(); ++k) offset += at[k] * family.axes[k].stride;
+  return offset;
 }
 
 }  // namespace tolvenra::cli

@@ -23,12 +23,12 @@ void check_name(const std::string& name) {
 
 }  // namespace
 
-void check_pattern_names(const lca_data& data) {
+void check_pattern_names(const case_data& data) {
   for (const categories& item : data.items) check_name(item.name);
   if (data.group) check_name(data.group->name);
 }
 
-void write_patterns(const lca_data& data, const lca_fit& fit, std::FILE* file) {
+void write_patterns(const case_data& data, const fit_record& fit, std::FILE* file) {
   std::string line;
   if (data.group) line += csv_field(data.group->name) + ',';
   for (const categories& item : data.items) line += csv_field(item.name) + ',';

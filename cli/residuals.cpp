@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <numeric>
 
-#include "report.hpp"
+#include "report_parts.hpp"
 
 namespace tolvenra::cli {
 namespace {

@@ -58,7 +58,7 @@ TEST(LcaAnswer, NumbersClassesBySizeOverTheGroupsInEveryTable) {
 }
 
 TEST(LcaAnswer, CriteriaStandOnMinusTwoLogLikelihood) {
-  const lca_fit_figures figures = two_groups().answer().figures;
+  const fit_figures figures = two_groups().answer().figures;
   EXPECT_DOUBLE_EQ(figures.aic, 20.0 + 10.0);
   EXPECT_DOUBLE_EQ(figures.bic, 20.0 + 5.0 * std::log(4.0));
   EXPECT_DOUBLE_EQ(figures.caic, 20.0 + 5.0 * (std::log(4.0) + 1.0));

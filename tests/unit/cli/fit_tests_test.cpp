@@ -50,9 +50,13 @@ struct made_fit {
   }
 };
 
+fit_tests tests_of(const made_fit& made) {
+  return make_fit_tests(made.data, made.fit, made.fit.fit_extra[6]);
+}
+
 /// The section on one line.
 std::string section_of(const made_fit& made) {
-  std::string text = fit_test_section(make_fit_tests(made.data, made.fit));
+  std::string text = fit_test_section(tests_of(made), "classes", true);
   for (auto at = text.find("\n  "); at != std::string::npos; at = text.find("\n  "))
     text.replace(at, 3, " ");
   return text;
@@ -156,11 +160,11 @@ TEST(FitTests, TellWhyAPValueHasNoMeaning) {
     SCOPED_TRACE(t.why);
     made_fit made = ample_counts();
     t.change(made);
-    const fit_tests tests = make_fit_tests(made.data, made.fit);
+    const fit_tests tests = tests_of(made);
     EXPECT_EQ(tests.G2.use, t.G2);
     EXPECT_EQ(tests.X2.use, t.X2);
     EXPECT_EQ(tests.missing.use, t.missing);
-    const std::string text = fit_test_section(tests);
+    const std::string text = fit_test_section(tests, "classes", true);
     EXPECT_EQ(text.find("speaks against the model") != std::string::npos, t.G2 == use::meaningful);
     EXPECT_EQ(text.find("missing-data test asks") != std::string::npos,
               t.missing != use::no_statistic);
@@ -171,7 +175,7 @@ TEST(FitTests, TellWhyAPValueHasNoMeaning) {
 
 TEST(FitTests, EachStatisticHasItsOwnDegreesOfFreedomAndTail) {
   const made_fit made = ample_counts();
-  const fit_tests tests = make_fit_tests(made.data, made.fit);
+  const fit_tests tests = tests_of(made);
   EXPECT_EQ(tests.X2.df, 5.0);
   EXPECT_EQ(p_remark(tests.G2), "p = 0.2500");
   EXPECT_EQ(p_remark(tests.X2), "p = 0.5000");

@@ -28,6 +28,11 @@ struct small_model {
         "[data]\ngroup = \"g\"\n[model]\nitems = [\"P\", \"Q\"]\nclasses = 2\n" + in_model + more;
     return prepare_lca(table, parse_model(text, "m.toml"));
   }
+  [[nodiscard]] parameter_space space(const lca_data& data) const {
+    lca_options options;
+    options.classes = 2;
+    return lca_parameters(data, options);
+  }
   [[nodiscard]] std::string refusal(const std::string& more,
                                     const std::string& in_model = "") const {
     return message_of([&] { (void)read(more, in_model); });
@@ -35,8 +40,11 @@ struct small_model {
 };
 
 TEST(ParameterName, ReadsBlanksAndQuotes) {
-  const parameter_name name = parse_parameter_name({" rho [ a b ,'it''s, [x]', class 1 ] ", "w"});
-  EXPECT_EQ(name.of, family::rho);
+  const small_model made;
+  const lca_data data = made.read("");
+  const parameter_space space = made.space(data);
+  const parameter_name name = space.parse({" rho [ a b ,'it''s, [x]', class 1 ] ", "w"});
+  EXPECT_EQ(space.families()[name.family].name, "rho");
   ASSERT_EQ(name.indices.size(), 3U);
   EXPECT_EQ(name.indices[0].text, "a b");
   EXPECT_EQ(name.indices[1].text, "it's, [x]");
@@ -45,13 +53,16 @@ TEST(ParameterName, ReadsBlanksAndQuotes) {
 }
 
 TEST(ParameterName, RefusesOtherForms) {
+  const small_model made;
+  const lca_data data = made.read("");
+  const parameter_space space = made.space(data);
   for (const char* text : {"", "rho", "rho[", "rho[]", "rho[a", "rho[a,]", "rho[a]b", "tau[a]",
                            "rho[a,,b]", "rho['a'b]", "[a]", "rho[ ]"}) {
-    const std::string message = message_of([&] { parse_parameter_name({text, "m.toml, line 3"}); });
+    const std::string message = message_of([&] { (void)space.parse({text, "m.toml, line 3"}); });
     EXPECT_TRUE(message.starts_with("m.toml, line 3: \"")) << text << ": " << message;
   }
-  EXPECT_NE(message_of([] {
-              parse_parameter_name({"rho['a]", "w"});
+  EXPECT_NE(message_of([&] {
+              (void)space.parse({"rho['a]", "w"});
             }).find("never closed"),
             std::string::npos);
 }
@@ -59,7 +70,7 @@ TEST(ParameterName, RefusesOtherForms) {
 TEST(ParameterSpace, EachRunsOnAndStarTakesAllTogether) {
   const small_model made;
   const lca_data data = made.read("");
-  const parameter_space space(data, {}, 2, false);
+  const parameter_space space = made.space(data);
   // Column-major (item, class, category, group): offset j + 2 (c + 2 (k + 3 g)).
   const auto find = [&](const char* text, bool apart) {
     return space.find({text, "w"}, apart).lists;

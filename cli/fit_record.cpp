@@ -1,0 +1,38 @@
+#include "fit_record.hpp"
+
+namespace tolvenra::cli {
+
+bool engine_matches() {
+  std::uint8_t mismatch = 0;
+  checkversion(interface_version.data(), &mismatch);
+  return mismatch == 0;
+}
+
+std::vector<std::int32_t> response_matrix(const case_data& data) {
+  std::vector<std::int32_t> y;
+  y.reserve(data.rows * data.items.size());
+  for (const categories& item : data.items) y.insert(y.end(), item.code.begin(), item.code.end());
+  return y;
+}
+
+std::vector<double> covariate_matrix(const case_data& data) {
+  std::vector<double> cov;
+  for (const covariate& column : data.covariates)
+    cov.insert(cov.end(), column.value.begin(), column.value.end());
+  return cov;
+}
+
+void make_room(const case_data& data, std::size_t tests, fit_record& fit) {
+  fit.test_stat.resize(tests);
+  fit.test_p.resize(tests);
+  fit.test_status.resize(tests);
+  fit.response_patterns.resize(data.rows * (1 + data.items.size()));
+  fit.pattern_counts.resize(data.rows * 2);
+}
+
+std::string trimmed(const std::vector<char>& message) {
+  const std::string text(message.begin(), message.end());
+  return text.substr(0, text.find_last_not_of(std::string(" \0\n\r", 4)) + 1);
+}
+
+}  // namespace tolvenra::cli
