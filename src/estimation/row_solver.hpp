@@ -45,6 +45,8 @@ class row_solver {
   [[nodiscard]] int32 free_parameters() const;
 
  private:
+  friend class row_sampler;  // draws over the same decoded restrictions
+
   enum class path { apart, pooled, newton };
   struct link {  ///< a row that holds members of a group
     std::size_t row;
