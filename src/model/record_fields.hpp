@@ -28,8 +28,8 @@ constexpr const auto& alloc_operation() {
     return std::get<R - 1>(
         std::tie(int1_alloc, int2_alloc, int3_alloc, int4_alloc, int5_alloc, int6_alloc));
   else if constexpr (std::is_same_v<T, double>)
-    return std::get<R - 1>(
-        std::tie(dbl1_alloc, dbl2_alloc, dbl3_alloc, dbl4_alloc, dbl5_alloc, dbl6_alloc));
+    return std::get<R - 1>(std::tie(dbl1_alloc, dbl2_alloc, dbl3_alloc, dbl4_alloc, dbl5_alloc,
+                                    dbl6_alloc, dbl7_alloc));
   else
     return std::get<R - 1>(std::tie(str1_alloc, str2_alloc));
 }
@@ -41,8 +41,8 @@ constexpr const auto& dealloc_operation() {
     return std::get<R - 1>(std::tie(int1_dealloc, int2_dealloc, int3_dealloc, int4_dealloc,
                                     int5_dealloc, int6_dealloc));
   else if constexpr (std::is_same_v<T, double>)
-    return std::get<R - 1>(
-        std::tie(dbl1_dealloc, dbl2_dealloc, dbl3dealloc, dbl4dealloc, dbl5dealloc, dbl6dealloc));
+    return std::get<R - 1>(std::tie(dbl1_dealloc, dbl2_dealloc, dbl3dealloc, dbl4dealloc,
+                                    dbl5dealloc, dbl6dealloc, dbl7dealloc));
   else
     return std::get<R - 1>(std::tie(str1_dealloc, str2_dealloc));
 }

@@ -1,0 +1,311 @@
+#include "estimation/augmentation.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <utility>
+
+#include "core/dynamic_allocation.hpp"
+#include "core/parallel.hpp"
+#include "estimation/augmentation_records.hpp"
+#include "estimation/augmentation_steps.hpp"
+#include "estimation/estep.hpp"
+#include "model/record_fields.hpp"
+
+namespace tolvenra::estimation {
+namespace {
+
+constexpr routine here{"run_da_procedure", "estimation"};
+
+/// What one call owns.
+struct chain {
+  mlworkspace work;
+  dawork da;
+  const da_options& options;
+};
+
+int32 load(const dataset_type& dataset, const model_type& model, const param_type& param,
+           mlworkspace& work, error_type& err) {
+  if (put_dataset(dataset, work, err) != 0)
+    return fail(err, here, {text("Failed to load dataset into workspace.")});
+  if (put_model(model, work, err) != 0)
+    return fail(err, here, {text("Failed to load model into workspace.")});
+  if (put_param(param, work, err) != 0)
+    return fail(err, here, {text("Failed to load parameters into workspace.")});
+  return 0;
+}
+
+int32 check_options(const da_options& options, error_type& err) {
+  if (options.imputations < 1)
+    return fail(err, here, {text("The number of imputations must be positive.")});
+  if (options.burn_in < 0)
+    return fail(err, here, {text("The number of burn-in cycles must not be negative.")});
+  if (options.spacing < 1)
+    return fail(err, here, {text("The number of cycles between imputations must be positive.")});
+  const int64 cycles = int64{options.burn_in} + int64{options.imputations - 1} * options.spacing;
+  if (cycles >= std::numeric_limits<int32>::max())
+    return fail(err, here, {text("The number of cycles asked for is too large.")});
+  return 0;
+}
+
+int32 check_data(const dataset_type& dataset, error_type& err) {
+  if (dataset.ncov + dataset.ncov_delta + dataset.ncov_tau > 0)
+    return fail(err, here,
+                {text("Models with covariates are not supported"), text("by data augmentation.")});
+  double subjects = 0.0;
+  for (const double f : dataset.freq.flat) {
+    if (!(f == std::floor(f)))
+      return fail(err, here,
+                  {text("Frequencies that are not whole numbers are not supported"),
+                   text("by data augmentation.")});
+    subjects += f;
+  }
+  if (!(subjects < std::numeric_limits<int32>::max()))
+    return fail(err, here, {text("The sum of the frequencies is too large.")});
+  return 0;
+}
+
+/// One entry per subject: a case of frequency f is f subjects. Sampling weights are scaled to sum
+/// to the number of equally weighted subjects that would be as informative.
+void list_subjects(const dataset_type& dataset, dawork& da) {
+  double sum = 0.0;
+  double squares = 0.0;
+  for (int32 k = 1; k <= dataset.nkase; ++k) {
+    const double f = dataset.freq_set ? dataset.freq(k) : 1.0;
+    const double w = dataset.weight_set ? dataset.weight(k) : 1.0;
+    sum += f * w;
+    squares += f * w * w;
+    const auto subjects = static_cast<std::size_t>(f);
+    da.kase.insert(da.kase.end(), subjects, k);
+    da.stratum.insert(da.stratum.end(), subjects, dataset.strata(k));
+    if (dataset.weight_set) da.weight.insert(da.weight.end(), subjects, w);
+  }
+  for (double& w : da.weight) w *= sum / squares;
+}
+
+/// \param shared_rows  rows that differ; the others repeat them
+template <std::size_t R>
+void prepare_family(const prob_block<R>& block, da_family<R>& family) {
+  std::vector<int32> source(static_cast<std::size_t>(block.rows.nrows));
+  for (std::size_t m = 0; m < source.size(); ++m)
+    source[m] = static_cast<int32>(m) % block.shared_rows;
+  const std::span<const double> pseudo =
+      block.use_prior ? std::span<const double>(block.pseudo) : std::span<const double>();
+  family.sampler = row_sampler(block.solver, block.rows, std::move(source), pseudo);
+  family.count.allocate(block.now.n);
+}
+
+int32 prepare(chain& run, error_type& err) {
+  if (allocation::allocate_under("run_da_procedure: dawork%prior", here, err, [&] {
+        list_subjects(run.work.given.dataset, run.da);
+        prepare_family(run.work.gamma, run.da.gamma);
+        prepare_family(run.work.rho, run.da.rho);
+        run.da.freedom = freedom_of_labels(run.work);
+      }) != 0)
+    return -1;
+  if (!run.da.gamma.sampler.supported() || !run.da.rho.sampler.supported())
+    return fail(err, here,
+                {text("This pattern of equality restrictions is not supported"),
+                 text("by data augmentation.")});
+  return 0;
+}
+
+int32 seed_stream(chain& run, error_type& err) {
+  using namespace random_generator;
+  const auto& seed = run.options.seed;
+  if ((seed ? ran_setall(run.da.random, *seed, *seed, err) : ran_timeseed(run.da.random, err)) == 0)
+    return 0;
+  return fail(err, here, {text("Error initializing random number generator.")});
+}
+
+int32 allocate_summaries(const chain& run, daresult& result, error_type& err) {
+  const param_type& param = run.work.given.param;
+  const int32 m = run.options.imputations;
+  const auto pair = [&](const auto& shape, auto& natural, auto& logit, const da_wording& words) {
+    if (allocate_daparam(shape.n, m, natural, err) != 0)
+      return fail(err, here, {text(words.natural.allocate)});
+    if (allocate_daparam(shape.n, m, logit, err) != 0)
+      return fail(err, here, {text(words.logit.allocate)});
+    return 0;
+  };
+  if (pair(param.gamma, result.gamma, result.logit_gamma, da_gamma_words) != 0 ||
+      pair(param.rho, result.rho, result.logit_rho, da_rho_words) != 0 ||
+      pair(param.delta, result.delta, result.logit_delta, da_delta_words) != 0 ||
+      pair(param.tau, result.tau, result.logit_tau, da_tau_words) != 0)
+    return -1;
+  return pair(param.big_rho, result.big_rho, result.logit_big_rho, da_big_rho_words);
+}
+
+int32 allocate_arrays(chain& run, daresult& result, error_type& err) {
+  const case_data& data = run.work.data;
+  const int32 m = run.options.imputations;
+  const int32 nc = run.work.latent.nc;
+  const int32 ns = run.work.latent.ns;
+  const auto n = static_cast<int32>(run.da.kase.size());
+  dawork& da = run.da;
+  const auto make = [&]<class T, std::size_t R>(array<T, R>& a, std::array<int32, R> extents,
+                                                std::string_view label) {
+    return fields::allocate(a, extents, label, here, err);
+  };
+  if (make(result.class_label_tracking, {nc, data.nstr, m},
+           "run_da_procedure: daresult%class_label_tracking") != 0 ||
+      make(result.status_label_tracking, {ns, data.nt, nc, data.nstr, m},
+           "run_da_procedure: daresult%status_label_tracking") != 0 ||
+      make(result.class_label_tracking_kase, {n, m},
+           "run_da_procedure: daresult%class_label_tracking_kase") != 0 ||
+      make(result.kase_of_subject, {n}, "run_da_procedure: daresult%kase_of_subject") != 0 ||
+      make(da.imputed_cls, {n}, "run_da_procedure: dawork%imputed_cls") != 0 ||
+      make(da.imputed_cls_save, {n, m}, "run_da_procedure: dawork%imputed_cls_save") != 0)
+    return -1;
+  if (data.missing && data.nci > 0 &&
+      (make(da.ciy_imp, {n, data.nci}, "run_da_procedure: dawork%ciy_imp") != 0 ||
+       make(da.ciy_imp_save, {n, data.nci, m}, "run_da_procedure: dawork%ciy_imp_save") != 0))
+    return -1;
+  std::copy(da.kase.begin(), da.kase.end(), result.kase_of_subject.flat.begin());
+  return 0;
+}
+
+/// The observed responses, which no cycle changes.
+void copy_responses(chain& run) {
+  if (!run.da.ciy_imp.allocated) return;
+  const array<int32, 2>& y = *run.work.given.dataset.y;
+  for (int32 j = 1; j <= run.work.data.nci; ++j)
+    for (int32 k = 1; k <= run.da.ciy_imp.n[0]; ++k)
+      run.da.ciy_imp(k, j) = y(run.da.kase[static_cast<std::size_t>(k - 1)], j);
+}
+
+int32 run_psteps(chain& run, error_type& err) {
+  mlworkspace& work = run.work;
+  if (work.data.nci > 0 && pstep_rho(work, run.da, err) != 0)
+    return fail(err, here, {text("Error in P step for rho")});
+  if (pstep_gamma(work, run.da, err) != 0)
+    return fail(err, here, {text("Error in P step for gamma")});
+  return 0;
+}
+
+int32 save_imputation(chain& run, int32 imputation, daresult& result, error_type& err) {
+  if (track_labels(run.work, run.da, imputation, result, err) != 0) return pass_on(err, here);
+  if (per_imputation_gamma(run.work, run.da, imputation, result, err) != 0)
+    return fail(err, here, {text("Error computing per-imputation gamma estimates")});
+  if (per_imputation_rho(run.work, run.da, imputation, result, err) != 0)
+    return fail(err, here, {text("Error computing per-imputation rho estimates")});
+  return 0;
+}
+
+int32 run_estep(mlworkspace& work, error_type& err) {
+  if (estep(work, err) == 0) return 0;
+  return fail(err, here, {text("E-step for LTA failed at iteration ", work.em.iter)});
+}
+
+/// All cycles: the first imputation is that of the cycle after the burn-in.
+int32 run_cycles(chain& run, daresult& result, error_type& err) {
+  const da_options& options = run.options;
+  mlworkspace& work = run.work;
+  int32 imputation = 1;
+  int32 due = options.burn_in + 1;
+  while (imputation <= options.imputations) {
+    ++work.em.iter;
+    if (run_estep(work, err) != 0) return -1;
+    if (work.em.iter == 1 &&
+        allocation::allocate_under("run_da_procedure: dawork%ml_cls", here, err,
+                                   [&] { run.da.ml_cls = work.post.cls; }) != 0)
+      return -1;
+    if (istep(work, run.da, imputation, err) != 0)
+      return fail(err, here, {text("Error in I step"), text("for imputation ", imputation)});
+    if (run_psteps(run, err) != 0) return -1;
+    if (work.em.iter == due) {
+      if (save_imputation(run, imputation, result, err) != 0) return -1;
+      if (imputation++ < options.imputations) due += options.spacing;
+    }
+    if (options.watch.cancelled && options.watch.cancelled(options.watch.context, work.em))
+      return fail(err, here, {text("The run was cancelled by the host.")});
+  }
+  return 0;
+}
+
+/// Mean effective size and the estimates on the logit scale.
+template <std::size_t R>
+void form_logit(const da_family<R>& family, daparam<R>& natural, daparam<R>& logit) {
+  const std::size_t size = natural.eff_n.size();
+  const int32 m = natural.imp.n[R];
+  for (std::size_t at = 0; at < natural.imp.flat.size(); ++at) {
+    const logit_estimate l = on_logit_scale(natural.imp.flat[at], natural.var_imp.flat[at],
+                                            family.eff_n[at], family.n[at]);
+    logit.imp.flat[at] = l.value;
+    logit.var_imp.flat[at] = l.var;
+    natural.eff_n.flat[at % size] += family.eff_n[at] / m;
+  }
+  logit.eff_n.flat = natural.eff_n.flat;
+}
+
+int32 combine(chain& run, daresult& result, error_type& err) {
+  form_logit(run.da.gamma, result.gamma, result.logit_gamma);
+  form_logit(run.da.rho, result.rho, result.logit_rho);
+  return for_each_parameter(result, [&](auto& natural, auto& logit, const da_wording& words) {
+    if (compute_da_results(natural, err) != 0)
+      return fail(err, here, {text(words.natural.combine)});
+    if (compute_da_results(logit, err) != 0) return fail(err, here, {text(words.logit.combine)});
+    return 0;
+  });
+}
+
+/// The chain's last parameters, under the labels of the starting ones, and what they say of the
+/// cases.
+int32 hand_back(chain& run, param_type& param, daresult& result, mlresult_type& ml,
+                error_type& err) {
+  mlworkspace& work = run.work;
+  if (allocation::allocate_under("run_da_procedure: work%new_gamma", here, err,
+                                 [&] {
+                                   work.gamma.now = relabelled_gamma(run.da.labels, work.gamma.now);
+                                   work.rho.now = relabelled_rho(run.da.labels, work.rho.now);
+                                 }) != 0 ||
+      run_estep(work, err) != 0)
+    return -1;
+  if (retrieve_parameters_from_workspace(param, work, err) != 0)
+    return fail(err, here, {text("Failed to retrieve parameters from workspace.")});
+  if (nullify_mlresult(ml, err) != 0)
+    return fail(err, here, {text("Unable to nullify the ml results.")});
+  ml.iter = work.em.iter;
+  ml.loglik = work.em.loglik;
+  ml.nc = work.latent.nc;
+  ml.rows = work.rows;
+  ml.post_cls = std::move(work.post.cls);
+  ml.filled = true;
+  result.imputed_cls_save = std::exchange(run.da.imputed_cls_save, {});
+  result.ciy_imp_save = std::exchange(run.da.ciy_imp_save, {});
+  result.imputations = run.options.imputations;
+  result.obtained = true;
+  return 0;
+}
+
+int32 run_chain(chain& run, const dataset_type& dataset, const model_type& model, param_type& param,
+                daresult& result, mlresult_type& ml, error_type& err) {
+  if (nullify_daresult(result, err) != 0) return pass_on(err, here);
+  if (load(dataset, model, param, run.work, err) != 0) return -1;
+  if (check_options(run.options, err) != 0 || check_data(dataset, err) != 0 ||
+      prepare(run, err) != 0)
+    return -1;
+  if (seed_stream(run, err) != 0 || allocate_summaries(run, result, err) != 0 ||
+      allocate_arrays(run, result, err) != 0)
+    return -1;
+  copy_responses(run);
+  run.work.em.threads = parallel::thread_count(run.options.max_threads.value_or(0));
+  run.work.post.keep = true;
+  if (run_cycles(run, result, err) != 0 || combine(run, result, err) != 0) return -1;
+  return hand_back(run, param, result, ml, err);
+}
+
+}  // namespace
+
+int32 run_da_procedure(const dataset_type& dataset, const model_type& model, param_type& param,
+                       const da_options& options, daresult& result, mlresult_type& ml,
+                       error_type& err) {
+  chain run{{}, {}, options};
+  const int32 status = run_chain(run, dataset, model, param, result, ml, err);
+  if (status != 0 && nullify_daresult(result, err) != 0) pass_on(err, here);
+  if (nullify_daworkspace(run.da, err) != 0) return pass_on(err, here);
+  return status;
+}
+
+}  // namespace tolvenra::estimation

@@ -1,0 +1,47 @@
+/// \file da_problem.hpp  Data augmentation of a latent class analysis, as the tests pose it.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "core/error_handler.hpp"
+#include "estimation/augmentation.hpp"
+#include "support/lca_problem.hpp"
+
+namespace tolvenra::test {
+
+/// The engine's records of a fitted problem, its estimates as the starting parameters.
+struct da_problem {
+  dataset_type dataset;
+  model_type model;
+  param_type param;
+  da_options options;
+  daresult result;
+  mlresult_type ml;
+  error_type err;
+
+  explicit da_problem(const lca_problem& fit);
+  /// \return the status of the procedure
+  int32 run() {
+    return estimation::run_da_procedure(dataset, model, param, options, result, ml, err);
+  }
+};
+
+/// A study of interval coverage: 500 cases of two classes on six dichotomous items, the intervals
+/// of 90 %.
+struct coverage_study {
+  static constexpr double gamma = 0.6;  ///< share of class 1
+  static constexpr std::array<std::array<double, 6>, 2> rho{
+      {{0.9, 0.85, 0.8, 0.75, 0.8, 0.85}, {0.2, 0.3, 0.15, 0.25, 0.3, 0.2}}};  ///< of category 1
+
+  int sets = 0;
+  int gamma_covered = 0, logit_gamma_covered = 0;
+  std::array<std::array<int, 6>, 2> rho_covered{}, logit_rho_covered{};
+
+  /// Analyses one more data set; `seed` is that of the data and of the imputations.
+  void add(unsigned seed, const da_options& options);
+  [[nodiscard]] double mean_rho(bool logit) const;
+};
+
+}  // namespace tolvenra::test
