@@ -204,6 +204,7 @@ int32 run_cycles(chain& run, daresult& result, error_type& err) {
   mlworkspace& work = run.work;
   int32 imputation = 1;
   int32 due = options.burn_in + 1;
+  work.em.max_iter = due + (options.imputations - 1) * options.spacing;
   while (imputation <= options.imputations) {
     ++work.em.iter;
     if (run_estep(work, err) != 0) return -1;
