@@ -15,6 +15,13 @@ std::vector<std::int32_t> response_matrix(const case_data& data) {
   return y;
 }
 
+std::vector<std::int32_t> category_counts(const case_data& data) {
+  std::vector<std::int32_t> nrc;
+  for (const categories& item : data.items)
+    nrc.push_back(static_cast<std::int32_t>(item.labels.size()));
+  return nrc;
+}
+
 std::vector<double> covariate_matrix(const case_data& data) {
   std::vector<double> cov;
   for (const covariate& column : data.covariates)

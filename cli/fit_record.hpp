@@ -70,6 +70,8 @@ bool engine_matches();
 /// The cases as the engine takes them: (rows, columns) responses, (rows, covariates) numbers.
 std::vector<std::int32_t> response_matrix(const case_data& data);
 std::vector<double> covariate_matrix(const case_data& data);
+/// Categories of every column of responses.
+std::vector<std::int32_t> category_counts(const case_data& data);
 
 /// Room for as many tests and patterns as the data can have.
 void make_room(const case_data& data, std::size_t tests, fit_record& fit);

@@ -36,14 +36,18 @@ void add_regression(CLI::App& lca, lca_options& options) {
 
 }  // namespace
 
+void add_lca_analysis(CLI::App& command, lca_options& options) {
+  add_input(command, options);
+  add_columns(command, options);
+  add_regression(command, options);
+  add_whole_number(command, "--classes", options.classes, most_classes,
+                   "Number of latent classes (required)");
+  add_estimation(command, options);
+}
+
 CLI::App* add_lca_command(CLI::App& app, lca_options& options) {
   CLI::App* lca = app.add_subcommand("lca", "Latent class analysis");
-  add_input(*lca, options);
-  add_columns(*lca, options);
-  add_regression(*lca, options);
-  add_whole_number(*lca, "--classes", options.classes, most_classes,
-                   "Number of latent classes (required)");
-  add_estimation(*lca, options);
+  add_lca_analysis(*lca, options);
   add_outputs(*lca, options, "Write the data with each row's class probabilities to this CSV file");
   lca->add_flag("--residuals", options.residuals,
                 "Print observed and expected two-way tables of all pairs of items");

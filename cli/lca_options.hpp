@@ -19,6 +19,9 @@ struct lca_options : analysis_options {
   bool residuals = false;  ///< print the bivariate residuals
 };
 
+/// Adds the options that say what is analysed, but none for its output.
+void add_lca_analysis(CLI::App& command, lca_options& options);
+
 /// Adds the subcommand; parsing fills `options`, which must outlive the parser, and leaves alone
 /// what the command line does not name.
 CLI::App* add_lca_command(CLI::App& app, lca_options& options);

@@ -3,13 +3,6 @@
 namespace tolvenra::cli {
 namespace {
 
-std::vector<std::int32_t> category_counts(const lca_data& data) {
-  std::vector<std::int32_t> nrc;
-  for (const categories& item : data.items)
-    nrc.push_back(static_cast<std::int32_t>(item.labels.size()));
-  return nrc;
-}
-
 /// While classes are listed by size, the fit knows no reference of the user's: the answer expresses
 /// the coefficients against it afterwards, and the fit is the same whichever it is.
 std::size_t engine_reference(const lca_model& model) {

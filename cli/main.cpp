@@ -6,6 +6,7 @@
 #include <new>
 #include <string>
 
+#include "impute_command.hpp"
 #include "input_error.hpp"
 #include "lca_command.hpp"
 #include "lca_run.hpp"
@@ -24,12 +25,19 @@ exit_code run(int argc, char** argv) {
   CLI::App app("Latent class analysis of data files", "tolvenra");
   lca_options lca;
   CLI::App* lca_command = add_lca_command(app, lca);
+  lca_options imputed;
+  imputation_options wanted;
+  CLI::App* impute_command = add_impute_command(app, imputed, wanted);
   app.set_version_flag("--version", version_text, "Print the version");
   app.require_subcommand(1);
   try {
     app.parse(argc, argv);
     if (!lca.model.empty()) {  // once more: the command line comes before the file
       lca = read_model_file(lca.model);
+      app.parse(argc, argv);
+    }
+    if (!imputed.model.empty()) {
+      imputed = read_model_file(imputed.model);
       app.parse(argc, argv);
     }
   } catch (const CLI::ParseError& error) {
@@ -39,6 +47,10 @@ exit_code run(int argc, char** argv) {
     fmt::print(stderr, "tolvenra: the engine library that was found does not offer interface {}.\n",
                fmt::join(interface_version, "."));
     return exit_analysis_failed;
+  }
+  if (impute_command->parsed()) {
+    forget_overridden(*impute_command, imputed);
+    return run_impute_command(imputed, wanted);
   }
   forget_overridden(*lca_command, lca);
   return lca_command->parsed() ? run_lca_command(lca) : exit_bad_input;

@@ -26,6 +26,9 @@ A file holds cases; each starts with a line "== what it proves" and runs in an e
     keys NAME PATH A,B,...  the keys of a JSON object, in this order
     content NAME TEXT       the whole content of a file
     same A B                two files are identical
+    differ A B              they are not
+    completed NAME OF FREQ  every imputation in NAME is the data OF, row by row, with nothing changed
+                            but empty fields filled in; FREQ (or -) is the column of frequencies
     close A B PATH within X all numbers below a path agree, and so do the texts
 """
 import codecs
@@ -240,6 +243,34 @@ class Case:
     def do_same(self, rest):
         a, b = rest.split()
         expect(self.path(a).read_bytes() == self.path(b).read_bytes(), f"{a} and {b} differ")
+
+    def do_differ(self, rest):
+        a, b = rest.split()
+        expect(self.path(a).read_bytes() != self.path(b).read_bytes(), f"{a} and {b} are the same")
+
+    def do_completed(self, rest):
+        name, original, freq = rest.split()
+        with open(self.path(name), newline="") as file:
+            header, *lines = csv.reader(file)
+        with open(self.path(original), newline="") as file:
+            wanted_header, *rows = csv.reader(file)
+        expect(header[0] == "imputation" and header[1:-1] == wanted_header, f"header {header}")
+        by_imputation = {}
+        for line in lines:
+            expect(all(line), f"an empty field: {line}")
+            by_imputation.setdefault(line[0], []).append(line[1:-1])
+        at = wanted_header.index(freq) if freq != "-" else None
+        for number, completed in by_imputation.items():
+            rest = iter(completed)
+            for row in rows:
+                subjects = int(row[at]) if at is not None else 1
+                while subjects > 0:
+                    line = next(rest)
+                    subjects -= int(line[at]) if at is not None else 1
+                    changed = [k for k, text in enumerate(row) if k != at and text != line[k]]
+                    expect(not any(row[k] for k in changed), f"imputation {number}: {row}, {line}")
+                expect(subjects == 0, f"imputation {number}: too many subjects of {row}")
+            expect(next(rest, None) is None, f"imputation {number}: more rows than the data")
 
     def do_close(self, rest):
         a, b, path, _, tolerance = rest.split()

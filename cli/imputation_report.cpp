@@ -1,0 +1,147 @@
+#include "imputation_report.hpp"
+
+#include <fmt/format.h>
+
+#include <cctype>
+#include <cmath>
+
+#include "report_parts.hpp"
+
+namespace tolvenra::cli {
+namespace {
+
+/// Beyond this many degrees of freedom the t distribution is the normal one in all printed digits.
+constexpr double printed_df = 1e6;
+
+/// A table under construction: the parameters share one array.
+class table_builder {
+ public:
+  table_builder(std::string family, std::string heading, const combined_parameter& of)
+      : table_{std::move(family), std::move(heading), {}}, of_(of) {}
+
+  void add(std::vector<std::pair<std::string, std::string>> index, std::size_t at) {
+    table_.parameters.push_back({std::move(index), &of_, at});
+  }
+  parameter_table take() { return std::move(table_); }
+
+ private:
+  parameter_table table_;
+  const combined_parameter& of_;
+};
+
+std::string capitalised(std::string word) {
+  word.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(word.front())));
+  return word;
+}
+
+double probability_of(double logit) { return 1.0 / (1.0 + std::exp(-logit)); }
+
+json scale_json(const combined_estimates& scale, std::size_t at) {
+  return {{"estimate", scale.estimate[at]},
+          {"std_err", scale.std_err[at]},
+          {"df", scale.df[at]},
+          {"lower", scale.lower[at]},
+          {"upper", scale.upper[at]},
+          {"missing_information", scale.missing_information[at]}};
+}
+
+}  // namespace
+
+std::vector<parameter_table> lca_tables(const lca_data& data, const lca_options& options,
+                                        const lca_answer& answer, const imputation& result) {
+  const std::size_t nc = answer.order.size();
+  const std::size_t nitem = data.items.size();
+  const auto nrcmax = static_cast<std::size_t>(most_categories_of(data));
+  std::vector<parameter_table> tables;
+  table_builder shares("gamma", "Class shares", result.gamma);
+  for (std::size_t g = 0; g < data.groups(); ++g)
+    for (std::size_t k = 0; k < nc; ++k) {
+      std::vector<std::pair<std::string, std::string>> index{{"class", answer.class_labels[k]}};
+      if (data.group) index.insert(index.begin(), {"group", data.group->labels[g]});
+      shares.add(std::move(index), answer.order[k] + nc * g);
+    }
+  tables.push_back(shares.take());
+  const std::size_t groups = options.invariant ? 1 : data.groups();
+  for (std::size_t g = 0; g < groups; ++g) {
+    std::string heading = "Item-response probabilities";
+    if (options.invariant) heading += " in every group";
+    if (data.group && !options.invariant)
+      heading += fmt::format(" in group {}", data.group->labels[g]);
+    table_builder responses("rho", heading, result.rho);
+    for (std::size_t j = 0; j < nitem; ++j)
+      for (std::size_t r = 0; r < data.items[j].labels.size(); ++r)
+        for (std::size_t k = 0; k < nc; ++k)
+          responses.add({{"item", data.items[j].name},
+                         {"category", data.items[j].labels[r]},
+                         {"class", answer.class_labels[k]}},
+                        j + nitem * (answer.order[k] + nc * (r + nrcmax * g)));
+    tables.push_back(responses.take());
+  }
+  return tables;
+}
+
+std::string imputation_section(const analysis_options& options, const imputation_options& wanted) {
+  return fmt::format(
+      "{} after {} of burn-in, {} apart (seed {}).\n"
+      "Standard errors, 90 % intervals and fractions of missing information by Rubin's rules.\n{}",
+      counted(static_cast<std::size_t>(wanted.imputations), "imputation", "imputations"),
+      counted(static_cast<std::size_t>(wanted.burn_in), "cycle", "cycles"),
+      counted(static_cast<std::size_t>(wanted.spacing), "cycle", "cycles"), options.seed,
+      wanted.logit_intervals ? "The intervals were formed on the logit scale.\n" : "");
+}
+
+std::string combined_section(const parameter_table& table, bool logit_intervals) {
+  table_rows rows(1);
+  for (const auto& [name, value] : table.parameters.front().index)
+    rows.front().push_back(capitalised(name));
+  const std::size_t labels = rows.front().size();
+  for (const char* heading : {"Estimate", "Std. error", "df", "Lower", "Upper", "Missing"})
+    rows.front().emplace_back(heading);
+  const printed_parameter* before = nullptr;
+  for (const printed_parameter& parameter : table.parameters) {
+    auto& row = rows.emplace_back();
+    bool same = before != nullptr;  // as far as the labels of the line before
+    for (std::size_t k = 0; k < labels; ++k) {
+      const std::string& label = parameter.index[k].second;
+      same = same && k + 1 < labels && before->index[k].second == label;
+      row.push_back(same ? "" : label);
+    }
+    before = &parameter;
+    const combined_estimates& p = parameter.of->probability;
+    const std::size_t at = parameter.at;
+    row.push_back(fixed(p.estimate[at]));
+    if (p.std_err[at] == 0.0) {
+      row.emplace_back("fixed");
+      continue;
+    }
+    row.push_back(fixed(p.std_err[at]));
+    row.push_back(p.df[at] < printed_df ? fmt::format("{:.0f}", p.df[at]) : "∞");
+    const combined_estimates& logit = parameter.of->logit;
+    row.push_back(fixed(logit_intervals ? probability_of(logit.lower[at]) : p.lower[at]));
+    row.push_back(fixed(logit_intervals ? probability_of(logit.upper[at]) : p.upper[at]));
+    row.push_back(fixed(p.missing_information[at]));
+  }
+  return table.heading + '\n' + aligned(rows, labels);
+}
+
+json imputation_json(const analysis_options& options, const imputation_options& wanted) {
+  return {{"imputations", wanted.imputations},
+          {"burn_in", wanted.burn_in},
+          {"spacing", wanted.spacing},
+          {"seed", options.seed},
+          {"level", 0.9}};
+}
+
+json combined_json(const std::vector<parameter_table>& tables) {
+  json parameters = json::array();
+  for (const parameter_table& table : tables)
+    for (const printed_parameter& parameter : table.parameters) {
+      json& one = parameters.emplace_back(json{{"parameter", table.family}});
+      for (const auto& [name, value] : parameter.index) one[name] = value;
+      one.update(scale_json(parameter.of->probability, parameter.at));
+      one["logit"] = scale_json(parameter.of->logit, parameter.at);
+    }
+  return parameters;
+}
+
+}  // namespace tolvenra::cli
