@@ -1,15 +1,13 @@
-#include <cmath>
 #include <limits>
 
 #include "api/host_arrays.hpp"
 #include "api/lca_run.hpp"
-#include "numerics/cdf.hpp"
 
 namespace tolvenra::api {
 namespace {
 
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-constexpr int32 not_positive = 5, not_converged = 2;
+constexpr int32 not_converged = 2;
 
 /// The data and estimates of a fit with one covariate left out.
 struct reduced_model {
@@ -99,25 +97,7 @@ int32 test_one(lca_run& run, int32 covariate, double& statistic) {
   return result.converged ? 0 : not_converged;
 }
 
-/// Tail and final status of an entry.
-int32 fill_tail(lca_run& run, std::size_t i) {
-  const lca_call& call = run.call;
-  const double df = (call.binary_wanted ? 1.0 : call.nc - 1.0) * call.nstr;
-  run.test_p[i] = 1.0;
-  if (run.test_stat[i] > 0.0) return upper_tail(run.test_stat[i], df, run.test_p[i], run.err);
-  if (run.test_stat[i] <= 0.0) run.test_status[i] = not_positive;
-  return 0;
-}
-
 }  // namespace
-
-int32 upper_tail(double statistic, double df, double& q, error_type& err) {
-  q = nan;
-  if (!(df > 0.0) || std::isnan(statistic)) return 0;
-  q = 1.0;
-  double p = 0.0;
-  return statistic > 0.0 ? cdf::cdf_chi(1, p, q, statistic, df, err) : 0;
-}
 
 int32 test_covariates(lca_run& run) {
   const lca_call& call = run.call;
@@ -130,8 +110,9 @@ int32 test_covariates(lca_run& run) {
   for (std::size_t i = 0; i < count; ++i) {
     if (call.want_tests)
       run.test_status[i] = test_one(run, static_cast<int32>(i) + 1, run.test_stat[i]);
-    if (run.progress.cancelled()) return refuse(run, {text("The run was cancelled by the host.")});
-    if (fill_tail(run, i) != 0) return -1;
+    if (run.progress.cancelled()) return refuse_cancelled(run);
+    const double df = (call.binary_wanted ? 1.0 : call.nc - 1.0) * call.nstr;
+    if (fill_test_tail(run, i, df) != 0) return -1;
   }
   return 0;
 }

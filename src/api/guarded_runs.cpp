@@ -1,11 +1,10 @@
-#include <algorithm>
 #include <exception>
 #include <new>
 
 #include "api/exports.hpp"
-#include "api/host_arrays.hpp"
 #include "api/host_message.hpp"
 #include "api/run_lca.hpp"
+#include "api/run_lta.hpp"
 #include "core/error_handler.hpp"
 #include "core/parallel.hpp"
 
@@ -31,18 +30,6 @@ int32 guarded(std::string_view name, char* message, int32 msg_len, Run&& run) no
     }
   } catch (...) {  // not even room for the report: the entry text stays
   }
-  return -1;
-}
-
-int32 run_lta(const lta_call& call) {
-  set_logical(call.converged, false);
-  set_cell(call.iterations, -1);
-  if (call.run_info) std::fill_n(call.run_info, 16, 0);
-  const host_message message(call.message, call.msg_len);
-  message.begin();
-  error_type err;
-  fail(err, {"runlta", ""}, {text("Latent transition analysis is not available yet.")});
-  message.write(err);
   return -1;
 }
 

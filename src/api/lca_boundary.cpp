@@ -15,13 +15,6 @@ int32 check_addresses(lca_run& run) {
                       text("position ", missing.position, " (", missing.name, ")")});
 }
 
-/// Whether the product of the extents passes 2^63 - 1 elements of `bytes` bytes.
-bool beyond_memory(std::initializer_list<int32> extents, int64 bytes) {
-  int64 most = std::numeric_limits<int64>::max() / bytes;
-  for (const int32 n : extents) most /= std::max(n, 1);
-  return most < 1;
-}
-
 int32 check_sizes(lca_run& run) {
   const lca_call& call = run.call;
   if (call.nkase < 1)

@@ -11,26 +11,11 @@ namespace {
 
 using namespace dynamic_allocation;
 
-/// Every stratum needs cases; without a strata array all cases are in stratum 1.
-int32 refuse_empty_strata(lca_run& run) {
-  if (!run.call.strata_given && run.call.nstr > 1)
-    return refuse(run, {text("The number of strata specified was ", run.call.nstr),
-                        text("but no strata array was given.")});
-  array<int32, 1> cases;
-  cases.allocate({run.call.nstr});
-  for (const int32 g : run.dataset.strata.flat) ++cases(g);
-  for (int32 g = 1; g <= run.call.nstr; ++g)
-    if (cases(g) == 0)
-      return refuse(run, {text("There are no cases in stratum (group) ", g, "."),
-                          text("Every stratum must have at least one case.")});
-  return 0;
-}
-
 int32 put_covariates(lca_run& run) {
   const lca_call& call = run.call;
   array<double, 2> cov2;
   if (dataset::put_ncov(call.ncov, run.dataset, run.err) != 0 ||
-      make_work_array("runlca: cov2", run.err, [&] {
+      make_work_array("runlca: cov2", run, [&] {
         cov2 = copy_in<double, 2>(call.cov, {call.nkase, call.ncov});
       }) != 0)
     return -1;
@@ -60,7 +45,7 @@ int32 load_data(lca_run& run) {
   if (call.strata_given && put_strata(copy_in<int32, 1>(call.strata, {call.nkase}), data, err) != 0)
     return -1;
   if (call.ncov != 0 && put_covariates(run) != 0) return -1;
-  if (refuse_empty_strata(run) != 0) return -1;
+  if (refuse_empty_strata(run, call.strata_given != 0) != 0) return -1;
   estimation::rows_of(data);  // once, before the starts share it
   return 0;
 }
@@ -98,7 +83,7 @@ int32 put_restrictions(lca_run& run) {
     return refuse(
         run, {text("A required argument is missing (NULL address):"), text("position 23 (rho)")});
   if (!fixed && !call.start_given) return 0;
-  return make_work_array("runlca: rho_temp", run.err,
+  return make_work_array("runlca: rho_temp", run,
                          [&] { run.given_rho = copy_in<double, 4>(call.rho, shape); });
 }
 
@@ -116,7 +101,7 @@ int32 put_gamma_start(lca_run& run) {
   const lca_call& call = run.call;
   if (!call.gamma) return 0;
   array<double, 2> gamma_temp;
-  if (make_work_array("runlca: gamma_temp", run.err, [&] {
+  if (make_work_array("runlca: gamma_temp", run, [&] {
         gamma_temp = copy_in<double, 2>(call.gamma, {call.nc, call.nstr});
         if (call.start_given) return;
         array<double, 2> uniform = run.param.gamma;
@@ -136,7 +121,7 @@ int32 put_start_values(lca_run& run) {
   array<double, 3> beta_temp;
   if (call.beta && call.ncov > 0 &&
       (make_work_array(
-           "runlca: beta_temp", run.err,
+           "runlca: beta_temp", run,
            [&] {
              beta_temp = copy_in<double, 3>(call.beta, {call.ncov + 1, call.nc, call.nstr});
            }) != 0 ||

@@ -35,25 +35,6 @@ estimation::em_controls controls_of(const lca_call& call) {
   return {call.criterion, call.max_iter, call.max_threads, {}};
 }
 
-/// Adds the report of a start to the run's own.
-void add_lines(const error_type& from, error_type& to) {
-  to.occurred = true;
-  for (const std::string& line : lines_of(from)) err_add_line(to.lines, line);
-}
-
-int32 refuse_cancelled(lca_run& run) {
-  err_reset(run.err);
-  return refuse(run, {text("The run was cancelled by the host.")});
-}
-
-int32 refuse_all_failed(lca_run& run) {
-  const auto last = std::find_if(run.starts.rbegin(), run.starts.rend(),
-                                 [](const start_outcome& start) { return start.report.occurred; });
-  if (last != run.starts.rend()) add_lines(last->report, run.err);
-  return refuse(run,
-                {text("The model could not be fitted from any"), text("set of starting values.")});
-}
-
 prior_strengths strengths_of(const lca_call& call) {
   return {call.beta_prior_strength, call.rho_prior_strength, call.gamma_prior_strength};
 }
@@ -65,9 +46,10 @@ int32 stabilise(lca_run& run) {
   stabilising_model& plain = run.plain.emplace();
   run.progress.begin_stage(run_stage::stabilising, 1);
   if (drop_covariates(run.dataset, run.param, plain, run.err) != 0) return -1;
-  const bool random_rho = !call.start_given;
   const array<double, 4>* fixed = run.given_rho.allocated ? &run.given_rho : nullptr;
-  if (random_rho && draw_rho(run.starts.front().seed, fixed, plain.param, run.err) != 0) return -1;
+  if (!call.start_given &&
+      draw_measurement(run.starts.front().seed, {fixed, nullptr}, plain.param, run.err) != 0)
+    return -1;
   run_progress::fit_view view{&run.progress, 1, true};
   estimation::em_controls controls = controls_of(call);
   controls.watch = view.watch();
@@ -84,14 +66,14 @@ int32 stabilise(lca_run& run) {
                                 run.err);
 }
 
-int32 fit_starts(lca_run& run) {
+int32 search_starts(lca_run& run) {
   const lca_call& call = run.call;
   start_search search;
   search.dataset = &run.dataset;
   search.model = &run.model;
   search.base = &run.param;
-  search.random_rho = !call.start_given;
-  search.fixed_rho = run.given_rho.allocated ? &run.given_rho : nullptr;
+  search.random = !call.start_given;
+  search.fixed.rho = run.given_rho.allocated ? &run.given_rho : nullptr;
   search.controls = controls_of(call);
   search.progress = &run.progress;
   const prior_strengths strengths = strengths_of(call);
@@ -99,12 +81,7 @@ int32 fit_starts(lca_run& run) {
     search.plain = &*run.plain;
     search.strengths = strengths;
   }
-  run.best = run_starts(search, run.starts, run.err);
-  if (run.progress.cancelled()) return refuse_cancelled(run);
-  if (!run.best) return err_occurred(run.err) ? -1 : refuse_all_failed(run);
-  for (const start_outcome& start : run.starts)
-    if (start.status != 0) run.message.write(start.report);
-  return 0;
+  return fit_starts(search, run);
 }
 
 int32 compute_statistics(lca_run& run) {
@@ -152,7 +129,7 @@ int32 draw_classes(lca_run& run) {
 
 int32 run_stages(lca_run& run) {
   if (check_lca_boundary(run) != 0 || seed_starts(run) != 0 || load_data(run) != 0 ||
-      load_model(run) != 0 || stabilise(run) != 0 || fit_starts(run) != 0 ||
+      load_model(run) != 0 || stabilise(run) != 0 || search_starts(run) != 0 ||
       compute_statistics(run) != 0 || test_covariates(run) != 0 || draw_classes(run) != 0)
     return -1;
   return copy_out_lca(run);
@@ -164,7 +141,8 @@ int32 run_lca(const lca_call& call) {
   lca_run run(call);
   enter_lca(run);
   const int32 status = run_stages(run);
-  copy_out_starts(run);
+  copy_out_starts(run, {call.start_seeds, call.start_loglik, call.start_iter, call.start_converged,
+                        call.start_status, call.run_info});
   if (status != 0) run.message.write(run.err);
   return status;
 }

@@ -18,12 +18,13 @@ namespace tolvenra::api {
 /// Strengths of the priors in pseudo-cases; not above 0 (or NaN): off.
 struct prior_strengths {
   double beta = 0.0, rho = 0.0, gamma = 0.0;
+  double status = 0.0;  ///< of the regressions of initial statuses and transitions
 
-  [[nodiscard]] bool any() const { return beta > 0.0 || rho > 0.0 || gamma > 0.0; }
+  [[nodiscard]] bool any() const { return beta > 0.0 || rho > 0.0 || gamma > 0.0 || status > 0.0; }
 };
 
 /// The model without covariates: its data, its dimensions with everything else of the run, and
-/// after the fit its estimates of gamma and rho.
+/// after the fit its estimates.
 struct stabilising_model {
   dataset_type dataset;
   param_type param;

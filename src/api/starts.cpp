@@ -5,6 +5,7 @@
 #include <string>
 
 #include "api/fixed_values.hpp"
+#include "api/status_stabilising.hpp"
 #include "core/dynamic_allocation.hpp"
 #include "core/parallel.hpp"
 #include "numerics/random_generator.hpp"
@@ -22,8 +23,19 @@ bool better(const start_outcome& a, int32 number_a, const start_outcome& b, int3
 bool side_by_side(const start_search& search, int32 starts) {
   const dataset_type& data = *search.dataset;
   const double rows = data.rows ? data.rows->nrow : data.nkase;
-  const double bytes = 8.0 * rows * search.model->nc * (data.nci + double{1} * data.ni * data.nt);
+  const double bytes =
+      8.0 * rows * (data.nci * search.model->nc + double{1} * data.ni * data.nt * search.model->ns);
   return starts > 1 && bytes < 4.0 * (1 << 20);
+}
+
+/// Gives the model without covariates the starting values of a start.
+int32 put_start(const param_type& base, const param_type& start, param_type& own, error_type& err) {
+  if (start.ni == 0)
+    return param::put_rho(start.rho, own, err) == 0 ? param::put_gamma(base.gamma, own, err) : -1;
+  if (param::put_big_rho(start.big_rho, own, err) != 0 ||
+      param::put_delta(base.delta, own, err) != 0)
+    return -1;
+  return param::put_tau(base.tau, own, err);
 }
 
 /// Gives the start the priors of the stabilising run under its own labels: the classes of the model
@@ -34,11 +46,13 @@ int32 relabel_priors(const start_search& search, start_outcome& outcome,
   param_type own = plain.param;
   mlresult_type result;
   mlworkspace work;
-  if (param::put_rho(param.rho, own, outcome.report) != 0 ||
-      param::put_gamma(search.base->gamma, own, outcome.report) != 0 ||
+  if (put_start(*search.base, param, own, outcome.report) != 0 ||
       estimation::run_em_modelfit(plain.dataset, *search.model, own, result, work, outcome.report,
                                   controls) != 0)
     return -1;
+  if (param.ni > 0)
+    return put_status_priors(plain.param, match_status_labels(own, plain.param),
+                             search.strengths.status, param, outcome.report);
   return put_stabilising_priors(plain.param, match_labels(own, plain.param), search.strengths,
                                 param, outcome.report);
 }
@@ -46,8 +60,8 @@ int32 relabel_priors(const start_search& search, start_outcome& outcome,
 int32 fit(const start_search& search, start_outcome& outcome,
           const estimation::em_controls& controls, fitted_start& start) {
   start.param = *search.base;
-  if (search.random_rho &&
-      draw_rho(outcome.seed, search.fixed_rho, start.param, outcome.report) != 0)
+  if (search.random &&
+      draw_measurement(outcome.seed, search.fixed, start.param, outcome.report) != 0)
     return -1;
   if (search.plain && relabel_priors(search, outcome, controls, start.param) != 0) return -1;
   return estimation::run_em_modelfit(*search.dataset, *search.model, start.param, start.result,
@@ -91,11 +105,20 @@ void note_lack_of_memory(start_outcome& outcome) noexcept {
 
 }  // namespace
 
-int32 draw_rho(int32 seed, const array<double, 4>* fixed, param_type& param, error_type& err) {
+int32 draw_measurement(int32 seed, const fixed_measurement& fixed, param_type& param,
+                       error_type& err) {
+  if (param.ni > 0) {
+    if (param::run_random_big_rho_startvals(param, err, seed, seed) != 0) return -1;
+    if (!fixed.big_rho) return 0;
+    array<double, 6> big_rho = param.big_rho;
+    keep_fixed_values(fixed.big_rho->flat, param.big_rho_restrictions.flat,
+                      param::big_rho_rows(param), big_rho.flat);
+    return param::put_big_rho(big_rho, param, err);
+  }
   if (param::run_random_rho_startvals(param, err, seed, seed) != 0) return -1;
-  if (!fixed) return 0;
+  if (!fixed.rho) return 0;
   array<double, 4> rho = param.rho;
-  keep_fixed_values(fixed->flat, param.rho_restrictions.flat, param::rho_rows(param), rho.flat);
+  keep_fixed_values(fixed.rho->flat, param.rho_restrictions.flat, param::rho_rows(param), rho.flat);
   return param::put_rho(rho, param, err);
 }
 
@@ -123,7 +146,7 @@ int32 choose_start(const std::vector<start_outcome>& outcomes, int32& number, er
 
 std::unique_ptr<fitted_start> run_starts(const start_search& search,
                                          std::vector<start_outcome>& outcomes, error_type& err) {
-  const auto count = search.random_rho ? static_cast<int32>(outcomes.size()) : 1;
+  const auto count = search.random ? static_cast<int32>(outcomes.size()) : 1;
   const int32 threads = parallel::thread_count(search.controls.max_threads.value_or(0));
   const bool apart = side_by_side(search, count);
   std::vector<std::unique_ptr<fitted_start>> best(static_cast<std::size_t>(apart ? threads : 1));
@@ -137,7 +160,7 @@ std::unique_ptr<fitted_start> run_starts(const start_search& search,
       note_lack_of_memory(outcome);
     }
   });
-  for (std::size_t i = 1; i < outcomes.size() && !search.random_rho; ++i)
+  for (std::size_t i = 1; i < outcomes.size() && !search.random; ++i)
     outcomes[i].take_results(outcomes.front());
   if (search.progress->cancelled()) return nullptr;
   int32 number = 0;
@@ -147,7 +170,7 @@ std::unique_ptr<fitted_start> run_starts(const start_search& search,
   return nullptr;
 }
 
-int32 draw_start_seeds(int32 seed, std::vector<start_outcome>& outcomes, error_type& err) {
+int32 draw_start_seeds(int32 seed, std::span<start_outcome> outcomes, error_type& err) {
   using namespace random_generator;
   constexpr int32 too_large = 2147483399;  // could not be given back as a second seed
   ran_state_type state;

@@ -9,6 +9,7 @@
 
 #include <limits>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "api/progress.hpp"
@@ -48,14 +49,20 @@ struct fitted_start {
   mlworkspace work;
 };
 
+/// The host's values of fixed cells of what is drawn at random, or null.
+struct fixed_measurement {
+  const array<double, 4>* rho = nullptr;
+  const array<double, 6>* big_rho = nullptr;
+};
+
 struct start_search {
   const dataset_type* dataset = nullptr;
   const model_type* model = nullptr;
   const param_type* base = nullptr;  ///< dimensions, options and what the starts share
-  bool random_rho = true;            ///< each start draws its own rho; otherwise all starts are
-                                     ///< one, fitted once
-  const array<double, 4>* fixed_rho = nullptr;  ///< values of fixed cells for random rho, or null
-  const stabilising_model* plain = nullptr;     ///< relabel its priors for every start, or null
+  bool random = true;                ///< each start draws its own rho or big_rho; otherwise all
+                                     ///< starts are one, fitted once
+  fixed_measurement fixed;
+  const stabilising_model* plain = nullptr;  ///< relabel its priors for every start, or null
   prior_strengths strengths;
   estimation::em_controls controls;
   run_progress* progress = nullptr;
@@ -70,12 +77,13 @@ std::unique_ptr<fitted_start> run_starts(const start_search& search,
 /// \return 0 with its 1-based number, or -1
 int32 choose_start(const std::vector<start_outcome>& outcomes, int32& number, error_type& err);
 
-/// Random rho by a seed; `fixed`, when given, holds the host's values of fixed cells.
-int32 draw_rho(int32 seed, const array<double, 4>* fixed, param_type& param, error_type& err);
+/// Random response probabilities by a seed: rho, or big_rho of a model with status items.
+int32 draw_measurement(int32 seed, const fixed_measurement& fixed, param_type& param,
+                       error_type& err);
 
 /// One seed per start, drawn from a generator seeded with `seed` (below 1: by the clock). The first
 /// uniform after a small seed is close to 1, so one is drawn and discarded before each seed.
-int32 draw_start_seeds(int32 seed, std::vector<start_outcome>& outcomes, error_type& err);
+int32 draw_start_seeds(int32 seed, std::span<start_outcome> outcomes, error_type& err);
 
 /// Whether the report says that a regression could not be fitted.
 bool regression_failed(const error_type& err);

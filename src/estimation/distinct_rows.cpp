@@ -229,8 +229,13 @@ std::shared_ptr<const distinct_rows> collapse_cases(const case_columns& cases) {
     copy_codes(packed, *rows, rows->codes16);
   rows->any_missing = std::find(responses.begin(), responses.end(), 0) != responses.end();
   sum_weights(cases, *rows);
-  rows->tree = grow_trees(*rows, {cases.nrc->data(), cases.nrc->size()});
   rows->covariates = collapse_covariates(cases, *rows);
+  if (cases.nrs)
+    rows->statuses =
+        grow_status_trees(*rows, {static_cast<int32>(cases.nrc->size()) + 1, *cases.nrs, cases.nt,
+                                  cases.nstr, cases.status_covariates});
+  else
+    rows->tree = grow_trees(*rows, {cases.nrc->data(), cases.nrc->size()});
   return rows;
 }
 

@@ -13,6 +13,7 @@
 #include "core/array.hpp"
 #include "core/types.hpp"
 #include "estimation/prefix_tree.hpp"
+#include "estimation/status_tree.hpp"
 
 namespace tolvenra {
 
@@ -40,7 +41,8 @@ struct distinct_rows {
   std::vector<double> freq;          ///< nrow: sum of the frequencies
   std::vector<double> weight;        ///< nrow: sum of frequency times weight
   std::vector<double> weight2;       ///< nrow: sum of frequency times squared weight
-  prefix_tree tree;                  ///< over the class items
+  prefix_tree tree;                  ///< over the class items; empty with status items
+  status_tree statuses;              ///< over the waves of the status items; empty without
   covariate_patterns covariates;     ///< empty without covariates
 
   [[nodiscard]] int32 response(int32 row, int32 column) const {  ///< 1-based both
@@ -59,6 +61,9 @@ struct case_columns {
   const array<double, 1>* weight = nullptr;  ///< (nkase) > 0
   const array<int32, 1>* nrc = nullptr;      ///< categories of the class items, the first columns
   int32 nstr = 1;
+  const array<int32, 1>* nrs = nullptr;  ///< categories of the status items, null without
+  int32 nt = 1;
+  bool status_covariates = false;  ///< some covariates are of the statuses
 };
 
 /// Collapses the cases by a radix sort, O(nkase). \throws std::bad_alloc

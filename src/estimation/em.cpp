@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string_view>
 #include <utility>
 
 #include "core/dynamic_allocation.hpp"
@@ -10,6 +11,8 @@
 #include "estimation/fit_stats.hpp"
 #include "estimation/msteps.hpp"
 #include "estimation/msteps_covariates.hpp"
+#include "estimation/msteps_status_covariates.hpp"
+#include "estimation/row_recursion.hpp"
 
 namespace tolvenra::estimation {
 namespace {
@@ -70,36 +73,80 @@ int32 set_controls(const em_controls& controls, mlworkspace& work, error_type& e
   return 0;
 }
 
-int32 run_mstep_beta(mlworkspace& work, error_type& err) {
-  if (mstep_beta(work, err) == 0) return 0;
-  const text_lines where = text("M-step for BETA failed at iteration ", work.em.iter);
-  if (work.beta.use_prior) return fail(err, here, {where});
+/// A regression step; a failed one suggests the prior that was not in use.
+int32 run_regression(int32 (*step)(mlworkspace&, error_type&), bool use_prior,
+                     std::string_view name, mlworkspace& work, error_type& err) {
+  if (step(work, err) == 0) return 0;
+  const text_lines where = text("M-step for ", name, " failed at iteration ", work.em.iter);
+  if (use_prior) return fail(err, here, {where});
   return fail(err, here,
               {where, text("Could not fit logit model. We suggest"),
                text("using the BETA PRIOR statement.")});
 }
 
+/// Which families of parameters the iterations estimate.
+struct estimated {
+  bool rho, big_rho, gamma, beta, delta, delta_beta, tau, tau_beta;
+
+  explicit estimated(const mlworkspace& work) {
+    const bool moves = work.data.ni > 0 && work.latent.ns >= 2;
+    rho = work.data.nci > 0;
+    big_rho = work.data.ni > 0;
+    beta = work.beta.active;
+    gamma = work.data.nci > 0 && work.latent.nc >= 2 && !beta;
+    delta_beta = work.delta_beta.active;
+    delta = moves && !delta_beta;
+    tau_beta = work.tau_beta.active;
+    tau = moves && work.data.nt >= 2 && !tau_beta;
+  }
+};
+
 /// The M-steps of one iteration, each only where its parameter exists.
 int32 run_msteps(mlworkspace& work, error_type& err) {
-  const int32 iter = work.em.iter;
-  if (work.data.nci > 0 && mstep_rho(work, err) != 0)
-    return fail(err, here, {text("M-step for RHO failed at iteration ", iter)});
-  if (work.beta.active) return run_mstep_beta(work, err);
-  if (work.data.nci > 0 && work.latent.nc >= 2 && mstep_gamma(work, err) != 0)
-    return fail(err, here, {text("M-step for gamma failed at iteration ", iter)});
+  const estimated now(work);
+  const auto failed = [&](std::string_view step) {
+    return fail(err, here, {text("M-step for ", step, " failed at iteration ", work.em.iter)});
+  };
+  if (now.rho && mstep_rho(work, err) != 0) return failed("RHO");
+  if (now.big_rho && mstep_big_rho(work, err) != 0) return failed("BIG RHO");
+  if (now.gamma && mstep_gamma(work, err) != 0) return failed("gamma");
+  if (now.beta && run_regression(mstep_beta, work.beta.use_prior, "BETA", work, err) != 0)
+    return -1;
+  if (now.delta && mstep_delta(work, err) != 0) return failed("delta");
+  if (now.delta_beta &&
+      run_regression(mstep_delta_beta, work.delta_beta.use_prior, "DELTA BETA", work, err) != 0)
+    return -1;
+  if (now.tau && mstep_tau(work, err) != 0) return failed("TAU");
+  if (now.tau_beta &&
+      run_regression(mstep_tau_beta, work.tau_beta.use_prior, "TAU BETA", work, err) != 0)
+    return -1;
   return 0;
 }
 
 void note_change(mlworkspace& work) {
+  const estimated now(work);
   change moved;
-  if (work.data.nci > 0) moved.add(work.rho);
-  if (work.beta.active)
-    moved.add(work.beta);
-  else if (work.data.nci > 0 && work.latent.nc >= 2)
-    moved.add(work.gamma);
+  const auto add = [&](bool compared, const auto& block) {
+    if (compared) moved.add(block);
+  };
+  add(now.rho, work.rho);
+  add(now.gamma, work.gamma);
+  add(now.beta, work.beta);
+  add(now.delta, work.delta);
+  add(now.delta_beta, work.delta_beta);
+  add(now.tau, work.tau);
+  add(now.tau_beta, work.tau_beta);
+  add(now.big_rho, work.big_rho);
   work.em.max_abs_diff = moved.largest;
   work.em.mean_abs_diff =
       moved.elements > 0 ? moved.sum / static_cast<double>(moved.elements) : 0.0;
+}
+
+/// The current estimates become the old ones.
+void keep_estimates(mlworkspace& work) {
+  const auto keep = [](auto&... blocks) { ((blocks.old.flat = blocks.now.flat), ...); };
+  keep(work.rho, work.gamma, work.beta);
+  if (work.data.ni > 0) keep(work.delta, work.tau, work.big_rho, work.delta_beta, work.tau_beta);
 }
 
 int32 run_estep(mlworkspace& work, error_type& err) {
@@ -121,9 +168,7 @@ int32 iterate(mlworkspace& work, const em_watch& watch, error_type& err) {
   em_state& em = work.em;
   while (!em.converged && em.iter < em.max_iter) {
     ++em.iter;
-    work.rho.old.flat = work.rho.now.flat;
-    work.gamma.old.flat = work.gamma.now.flat;
-    work.beta.old.flat = work.beta.now.flat;
+    keep_estimates(work);
     if (run_estep(work, err) != 0 || run_msteps(work, err) != 0) return -1;
     note_change(work);
     if (note_history(em, err) != 0) return -1;
@@ -144,12 +189,25 @@ void fill_result(mlworkspace& work, mlresult_type& result) {
   result.llvec = em.llvec;
   result.madvec = em.madvec;
   result.nc = work.latent.nc;
+  result.ns = work.latent.ns;
+  result.nt = work.data.nt;
   result.rows = work.rows;
-  result.post_cls = std::move(work.post.cls);
+  if (work.data.ni > 0)
+    result.post_cls = work.post.cls;  // posteriors of statuses are computed from them
+  else
+    result.post_cls = std::move(work.post.cls);
   result.n_params_gamma = work.gamma.n_estimated;
   result.n_params_rho = work.rho.n_estimated;
   result.n_params_beta = work.beta.n_estimated;
-  result.n_params_estimated = result.n_params_gamma + result.n_params_rho + result.n_params_beta;
+  result.n_params_delta = work.delta.n_estimated;
+  result.n_params_tau = work.tau.n_estimated;
+  result.n_params_big_rho = work.big_rho.n_estimated;
+  result.n_params_delta_beta = work.delta_beta.n_estimated;
+  result.n_params_tau_beta = work.tau_beta.n_estimated;
+  result.n_params_estimated = result.n_params_gamma + result.n_params_rho + result.n_params_beta +
+                              result.n_params_delta + result.n_params_tau +
+                              result.n_params_big_rho + result.n_params_delta_beta +
+                              result.n_params_tau_beta;
   set_apparent_df(work, result);
   result.filled = true;
 }
@@ -185,15 +243,26 @@ double log_prior_of(const logit_block<3>& beta, const class_counts& classes) {
 }  // namespace
 
 double log_prior(const mlworkspace& work) {
-  return log_prior_of(work.rho) +
-         (work.beta.active ? log_prior_of(work.beta, work.classes) : log_prior_of(work.gamma));
+  double sum = log_prior_of(work.rho);
+  sum += work.beta.active ? log_prior_of(work.beta, work.classes) : log_prior_of(work.gamma);
+  if (work.data.ni == 0) return sum;
+  sum += log_prior_of(work.big_rho) + status_log_prior(work);
+  if (!work.delta_beta.active) sum += log_prior_of(work.delta);
+  if (!work.tau_beta.active) sum += log_prior_of(work.tau);
+  return sum;
 }
 
 int32 retrieve_parameters_from_workspace(param_type& param, const mlworkspace& work,
                                          error_type& err) {
-  if (param::put_gamma(work.gamma.now, param, err) == 0 &&
-      param::put_rho(work.rho.now, param, err) == 0 &&
-      param::put_beta(work.beta.now, param, err) == 0)
+  const bool classes = param::put_gamma(work.gamma.now, param, err) == 0 &&
+                       param::put_rho(work.rho.now, param, err) == 0 &&
+                       param::put_beta(work.beta.now, param, err) == 0;
+  if (classes && work.data.ni == 0) return 0;
+  if (classes && param::put_delta(work.delta.now, param, err) == 0 &&
+      param::put_tau(work.tau.now, param, err) == 0 &&
+      param::put_big_rho(work.big_rho.now, param, err) == 0 &&
+      param::put_delta_beta(work.delta_beta.now, param, err) == 0 &&
+      param::put_tau_beta(work.tau_beta.now, param, err) == 0)
     return 0;
   return fail(err, {"retrieve_parameters_from_workspace", "estimation"},
               {text("Unable to transfer new parameter estimates"),
@@ -211,8 +280,14 @@ int32 run_em_modelfit(const dataset_type& dataset, const model_type& model, para
   if (iterate(work, controls.watch, err) != 0) return -1;
   work.post.keep = true;
   if (run_estep(work, err) != 0) return -1;
+  average_status_probabilities(work);
   if (retrieve_parameters_from_workspace(param, work, err) != 0)
     return fail(err, here, {text("Failed to retrieve parameters from workspace.")});
+  if (controls.status_posteriors && work.data.ni > 0 &&
+      allocation::allocate_under("run_em_modelfit: mlresult%post_cls_sta", here, err, [&] {
+        status_posteriors(work, result.post_cls_sta, result.post_cls_adj_sta);
+      }) != 0)
+    return -1;
   return allocation::allocate_under("run_em_modelfit: mlresult%llvec", here, err,
                                     [&] { fill_result(work, result); });
 }

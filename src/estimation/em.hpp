@@ -20,6 +20,7 @@ struct em_controls {
   std::optional<int32> max_iter;     ///< at least 1; 10000
   std::optional<int32> max_threads;  ///< below 1: the runtime's maximum
   em_watch watch;
+  bool status_posteriors = false;  ///< hand back post_cls_sta and post_cls_adj_sta too
 };
 
 /// Fits one model from one set of starting values.

@@ -4,6 +4,7 @@
 
 #include "core/parallel.hpp"
 #include "estimation/estep_kernel.hpp"
+#include "estimation/status_estep.hpp"
 
 namespace tolvenra::estimation {
 namespace {
@@ -118,6 +119,10 @@ void lay_out_classes(mlworkspace& work) {
 
 void plan_estep(mlworkspace& work) {
   lay_out_classes(work);
+  if (work.data.ni > 0) {
+    plan_status_estep(work);
+    return;
+  }
   const prefix_tree& tree = work.rows->tree;
   const std::size_t slab = work.classes.slab();
   const int32 blocks = std::min(tree.blocks, parallel::blocks_for(work.rows->nrow, slab));
@@ -147,6 +152,7 @@ int32 estep(mlworkspace& work, error_type& err) {
     work.post.likelihood.resize(static_cast<std::size_t>(work.rows->nrow));
     work.post.cls.resize(work.post.likelihood.size() * static_cast<std::size_t>(work.latent.nc));
   }
+  if (work.data.ni > 0) return status_estep(work, err);
   const auto blocks = static_cast<int32>(work.scratch.blocks.size());
   const int32 threads = threads_that_pay(work);
   const auto workers = static_cast<std::size_t>(parallel::team_for(blocks, threads));

@@ -15,9 +15,10 @@ void plan_estep(mlworkspace& work);
 /// A case of stratum g with responses y has the likelihood L = sum over classes c of
 /// gamma(c, g) * product over the items j with a response of rho(j, c, y_j, g), and the posterior
 /// class probabilities of Bayes' rule. The counts that the M-steps need are summed in the same
-/// pass. \param[in,out] work  loaded; reads gamma.now and rho.now, writes em.loglik [natural log,
-/// weighted]
-///                      and classes.counts; with post.keep also post.cls and post.likelihood.
+/// pass; with latent statuses see `status_estep`.
+/// \param[in,out] work  loaded; reads gamma.now and rho.now, writes em.loglik [natural log,
+///                      weighted] and classes.counts; with post.keep also post.cls and
+///                      post.likelihood.
 /// \param[in,out] err   "post_denom" when a case's likelihood is below 2.2250738585072014e-308.
 /// \return 0, or -1 with the outputs unspecified. Parallel over rows; same bits at any thread
 /// count. Source: Goodman (1974), Biometrika 61, 215-231; Dempster, Laird & Rubin (1977), JRSS B

@@ -6,7 +6,9 @@
 #include <numeric>
 
 #include "core/dynamic_allocation.hpp"
+#include "core/parallel.hpp"
 #include "estimation/response_patterns.hpp"
+#include "estimation/row_recursion.hpp"
 #include "estimation/saturated.hpp"
 
 namespace tolvenra::estimation {
@@ -52,9 +54,66 @@ double response_probability(const mlworkspace& work, int32 row, int32 stratum,
   return sum;
 }
 
-int32 stratum_of(const distinct_rows& rows, int32 row) {
-  const auto at = std::lower_bound(rows.stratum_start.begin(), rows.stratum_start.end(), row);
-  return static_cast<int32>(at - rows.stratum_start.begin());
+/// Products that expected counts under covariates of the statuses may take.
+constexpr double most_products = 4e9;
+
+/// Distinct rows of the cases that show one of the response patterns, by covariate unit.
+std::vector<double> unit_shares(const mlworkspace& work, const row_recursion& recursion,
+                                const std::vector<int32>& rows, double total) {
+  std::vector<double> share(static_cast<std::size_t>(work.rows->covariates.count), 0.0);
+  for (const int32 first : rows)
+    for (int32 row = first; row == first || same_pattern(*work.rows, row); ++row)
+      share[static_cast<std::size_t>(recursion.unit_of(row))] +=
+          work.rows->weight[offset(row)] / total;
+  return share;
+}
+
+/// Probability of a row's responses for the cases of a covariate pattern (0-based).
+double status_probability(const mlworkspace& work, row_recursion& recursion, int32 row,
+                          int32 unit) {
+  const class_counts& classes = work.classes;
+  const int32 g = stratum_of(*work.rows, row);
+  const double* prior =
+      classes.prior.empty()
+          ? &classes.table[classes.prevalence(g)]
+          : &classes
+                 .prior[static_cast<std::size_t>(unit) * static_cast<std::size_t>(classes.width)];
+  double sum = 0.0;
+  for (int32 c = 1; c <= work.latent.nc; ++c) {
+    double product = work.data.nci > 0 ? prior[c - 1] : 1.0;
+    for (int32 j = 1; j <= work.data.nci; ++j)
+      product *= classes.table[classes.at(j, work.rows->response(row, j), g) +
+                               static_cast<std::size_t>(c - 1)];
+    sum += product * recursion.filter(row, c, unit);
+  }
+  return sum;
+}
+
+/// Expected counts when statuses or classes have covariates: the probability of every pattern at
+/// every covariate unit of the missingness pattern's cases. Not a number where that would take too
+/// long.
+std::vector<double> expected_under_covariates(const mlworkspace& work,
+                                              const std::vector<int32>& rows, double total) {
+  const row_recursion plan(work);
+  const auto share = unit_shares(work, plan, rows, total);
+  std::vector<int32> units;
+  for (std::size_t u = 0; u < share.size(); ++u)
+    if (share[u] > 0.0) units.push_back(static_cast<int32>(u));
+  std::vector<double> expected(rows.size(), nan);
+  const double products = 1.0 * static_cast<double>(rows.size()) *
+                          static_cast<double>(units.size()) * work.data.nt * work.latent.ns *
+                          (work.latent.ns + work.data.ni) * work.latent.nc;
+  if (products > most_products) return expected;
+  const auto blocks = static_cast<int32>(rows.size());
+  parallel::for_blocks(blocks, work.em.threads, [&](int32 b) {
+    row_recursion recursion(work);
+    double p = 0.0;
+    for (const int32 unit : units)
+      p += share[static_cast<std::size_t>(unit)] *
+           status_probability(work, recursion, rows[static_cast<std::size_t>(b)], unit);
+    expected[static_cast<std::size_t>(b)] = total * p;
+  });
+  return expected;
 }
 
 /// Pearson's contribution of one missingness pattern, its unobserved cells among them.
@@ -228,9 +287,11 @@ void fill_entropy(const mlworkspace& work, mlresult_type& result) {
 
 std::vector<double> expected_counts(const mlworkspace& work, const std::vector<int32>& rows,
                                     double total) {
+  const bool covariates = work.beta.active || work.delta_beta.active || work.tau_beta.active;
+  if (work.data.ni > 0 && covariates) return expected_under_covariates(work, rows, total);
   std::vector<double> expected;
   expected.reserve(rows.size());
-  if (work.classes.prior.empty()) {
+  if (!covariates) {
     for (const int32 row : rows) expected.push_back(total * work.post.likelihood[offset(row)]);
     return expected;
   }
@@ -245,6 +306,7 @@ void set_apparent_df(const mlworkspace& work, mlresult_type& result) {
   constexpr double most = std::numeric_limits<int32>::max();
   double cells = 1.0;
   for (const int32 categories : work.data.nrc.flat) cells *= categories;
+  for (const int32 categories : work.data.nrs.flat) cells *= std::pow(categories, work.data.nt);
   const double df = work.data.nstr * (cells - 1.0) - result.n_params_estimated;
   if (!(cells <= most && df <= most)) {
     result.overflow_count = 1;

@@ -5,6 +5,7 @@
 #include "estimation/estep.hpp"
 #include "estimation/mlworkspace.hpp"
 #include "estimation/msteps_covariates.hpp"
+#include "estimation/msteps_status_covariates.hpp"
 #include "estimation/restrictions.hpp"
 
 namespace tolvenra::estimation {
@@ -37,6 +38,41 @@ void load_prior(bool given, const array<double, R>& prior, const std::vector<dou
     }
 }
 
+/// Initial statuses, transitions and responses to the status items.
+int32 load_statuses(mlworkspace& work, error_type& err) {
+  constexpr routine here{"load_mlworkspace_param", "estimation"};
+  using allocation::allocate_under;
+  const param_type& param = work.given.param;
+  if (allocate_under("load_mlworkspace_param: work%new_delta", here, err,
+                     [&] {
+                       load_block(param.delta, param.delta_restrictions, param::delta_rows(param),
+                                  work.delta);
+                       load_prior(param.delta_prior_set, param.delta_prior,
+                                  param.delta_prior_ess.flat, work.delta);
+                     }) != 0 ||
+      allocate_under(
+          "load_mlworkspace_param: work%new_tau", here, err,
+          [&] {
+            load_block(param.tau, param.tau_restrictions, param::tau_rows(param), work.tau);
+            load_prior(param.tau_prior_set, param.tau_prior, param.tau_prior_ess.flat, work.tau);
+          }) != 0 ||
+      allocate_under("load_mlworkspace_param: work%new_big_rho", here, err, [&] {
+        load_block(param.big_rho, param.big_rho_restrictions, param::big_rho_rows(param),
+                   work.big_rho);
+        load_prior(param.big_rho_prior_set, param.big_rho_prior, param.big_rho_prior_ess.flat,
+                   work.big_rho);
+      }) != 0)
+    return -1;
+  if (check_status_codes(work, err) != 0) return -1;
+  if (get_info_from_delta_restriction(work, err) != 0)
+    return fail(err, here, {text("Could not get info from delta_restrictions.")});
+  if (get_info_from_tau_restriction(work, err) != 0)
+    return fail(err, here, {text("Could not get info from tau_restrictions.")});
+  if (get_info_from_big_rho_restriction(work, err) != 0)
+    return fail(err, here, {text("Could not get info from big_rho_restrictions.")});
+  return 0;
+}
+
 }  // namespace
 
 int32 load_mlworkspace_param(mlworkspace& work, error_type& err) {
@@ -60,10 +96,13 @@ int32 load_mlworkspace_param(mlworkspace& work, error_type& err) {
     return fail(err, here, {text("Could not get info from gamma_restrictions.")});
   if (get_info_from_rho_restriction(work, err) != 0)
     return fail(err, here, {text("Could not get info from rho_restrictions.")});
+  if (work.data.ni > 0 && load_statuses(work, err) != 0) return -1;
   if (allocate_under("load_mlworkspace_param: work%post_cls", here, err,
                      [&] { plan_estep(work); }) != 0)
     return -1;
-  return load_beta(work, err) == 0 ? 0 : pass_on(err, here);
+  if (load_beta(work, err) != 0 || load_delta_beta(work, err) != 0 || load_tau_beta(work, err) != 0)
+    return pass_on(err, here);
+  return 0;
 }
 
 }  // namespace tolvenra::estimation

@@ -148,6 +148,54 @@ int32 get_post_cls(const mlresult_type& result, array<double, 2>& values, error_
   return 0;
 }
 
+namespace {
+
+/// Expands records by distinct row into an array whose first index is the case.
+template <std::size_t R>
+void expand_rows(const mlresult_type& result, const std::vector<double>& records,
+                 array<double, R>& values) {
+  const auto& row_of_case = result.rows->row_of_case;
+  const std::size_t nkase = row_of_case.size();
+  const std::size_t width = values.size() / std::max<std::size_t>(nkase, 1);
+  for (std::size_t k = 0; k < nkase; ++k) {
+    const double* record = records.data() + static_cast<std::size_t>(row_of_case[k] - 1) * width;
+    for (std::size_t q = 0; q < width; ++q) values.flat[q * nkase + k] = record[q];
+  }
+}
+
+int32 require_allocated(const std::vector<double>& records, std::string_view name,
+                        error_type& err) {
+  if (!records.empty()) return 0;
+  return fail(err, in_module(name),
+              {text("The ", name.substr(4), " array has not yet been allocated.")});
+}
+
+}  // namespace
+
+int32 get_post_cls_sta(const mlresult_type& result, array<double, 4>& values, error_type& err) {
+  constexpr std::string_view name = "get_post_cls_sta";
+  if (require_filled(result, name, err) != 0 ||
+      require_allocated(result.post_cls_sta, name, err) != 0)
+    return -1;
+  if (dbl4_alloc(values, static_cast<int32>(result.rows->row_of_case.size()), result.nc, result.nt,
+                 result.ns, err, {}, "get_post_cls_sta: post_cls_sta") != 0)
+    return pass_on(err, in_module(name));
+  expand_rows(result, result.post_cls_sta, values);
+  return 0;
+}
+
+int32 get_post_cls_adj_sta(const mlresult_type& result, array<double, 5>& values, error_type& err) {
+  constexpr std::string_view name = "get_post_cls_adj_sta";
+  if (require_filled(result, name, err) != 0 ||
+      (result.nt > 1 && require_allocated(result.post_cls_adj_sta, name, err) != 0))
+    return -1;
+  if (dbl5_alloc(values, static_cast<int32>(result.rows->row_of_case.size()), result.nc, result.ns,
+                 result.ns, result.nt - 1, err, {}, "get_post_cls_adj_sta: post_cls_adj_sta") != 0)
+    return pass_on(err, in_module(name));
+  expand_rows(result, result.post_cls_adj_sta, values);
+  return 0;
+}
+
 int32 get_response_pattern_mat(const mlresult_type& result, array<int32, 2>& values,
                                error_type& err) {
   constexpr std::string_view name = "get_response_pattern_mat";

@@ -36,8 +36,12 @@ struct mlresult_type {
   int32 apparent_df = 0;
   int32 n_params_estimated = 0;
   int32 n_params_gamma = 0, n_params_rho = 0, n_params_beta = 0;
-  int32 nc = 0;
-  std::vector<double> post_cls;  ///< nrow x nc, row by row
+  int32 n_params_delta = 0, n_params_tau = 0, n_params_big_rho = 0;
+  int32 n_params_delta_beta = 0, n_params_tau_beta = 0;
+  int32 nc = 0, ns = 1, nt = 1;
+  std::vector<double> post_cls;          ///< nrow x nc, row by row
+  std::vector<double> post_cls_sta;      ///< nrow records of (nc, nt, ns), when asked for
+  std::vector<double> post_cls_adj_sta;  ///< nrow records of (nc, ns, ns, nt-1), when asked for
   std::shared_ptr<const distinct_rows> rows;
   std::vector<double> observed, expected;  ///< by response pattern
   std::vector<int32> pattern_row;          ///< first distinct row of each pattern, 1-based
@@ -75,6 +79,10 @@ int32 get_llvec(const mlresult_type& result, array<double, 1>& values, error_typ
 int32 get_madvec(const mlresult_type& result, array<double, 1>& values, error_type& err);
 /// (nkase, nc) posterior class probabilities in case order.
 int32 get_post_cls(const mlresult_type& result, array<double, 2>& values, error_type& err);
+/// (nkase, nc, nt, ns) probability of class c and status s at time t, in case order.
+int32 get_post_cls_sta(const mlresult_type& result, array<double, 4>& values, error_type& err);
+/// (nkase, nc, ns, ns, nt-1) of class c, status s at time t and s' at t + 1.
+int32 get_post_cls_adj_sta(const mlresult_type& result, array<double, 5>& values, error_type& err);
 /// (patterns, 1 + columns): stratum, then the responses (0 missing), in ascending order.
 int32 get_response_pattern_mat(const mlresult_type& result, array<int32, 2>& values,
                                error_type& err);

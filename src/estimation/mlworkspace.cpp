@@ -1,6 +1,7 @@
 #include "estimation/mlworkspace.hpp"
 
 #include <numeric>
+#include <vector>
 
 #include "core/dynamic_allocation.hpp"
 
@@ -82,6 +83,46 @@ int32 check_covariates_and_strata(const param_type& param, const case_data& data
   return 0;
 }
 
+/// base^exponent, or more than `most_sequences`.
+int64 power(int64 base, int32 exponent) {
+  int64 value = 1;
+  for (int32 k = 0; k < exponent && value <= most_sequences; ++k) value *= base;
+  return value;
+}
+
+/// Fills `loc`; the sequences of a status, or of two adjacent ones, follow in ascending order.
+int32 list_sequences(int32 nt, latent_tables& latent, error_type& err) {
+  using namespace dynamic_allocation;
+  const int64 npatt = power(latent.ns, nt);
+  if (latent.ns < 1 || npatt > most_sequences) return 0;
+  const auto n = static_cast<int32>(npatt);
+  const auto ns = latent.ns;
+  const int32 pairs = nt > 1 ? n / ns / ns : 0;
+  if (int2_alloc(latent.loc, n, nt, err, {}, "put_model: work%loc") != 0 ||
+      int3_alloc(latent.patt_loc, n / ns, ns, nt, err, {}, "put_model: work%patt_loc") != 0 ||
+      int4_alloc(latent.patt_adj_loc, pairs, ns, ns, nt - 1, err, {},
+                 "put_model: work%patt_adj_loc") != 0)
+    return -1;
+  for (int32 t = 1; t <= nt; ++t) {
+    std::vector<int32> listed(static_cast<std::size_t>(ns), 0);
+    for (int32 p = 1; p <= n; ++p) {
+      const int32 s = static_cast<int32>((p - 1) / power(ns, t - 1) % ns) + 1;
+      latent.loc(p, t) = s;
+      latent.patt_loc(++listed[static_cast<std::size_t>(s - 1)], s, t) = p;
+    }
+  }
+  for (int32 t = 1; t < nt; ++t) {
+    std::vector<int32> listed(static_cast<std::size_t>(ns * ns), 0);
+    for (int32 p = 1; p <= n; ++p) {
+      const int32 s = latent.loc(p, t);
+      const int32 next = latent.loc(p, t + 1);
+      const auto pair = static_cast<std::size_t>((s - 1) * ns + next - 1);
+      latent.patt_adj_loc(++listed[pair], s, next, t) = p;
+    }
+  }
+  return 0;
+}
+
 }  // namespace
 
 std::shared_ptr<const distinct_rows> rows_of(const dataset_type& dataset) {
@@ -94,6 +135,9 @@ std::shared_ptr<const distinct_rows> rows_of(const dataset_type& dataset) {
   columns.weight = dataset.weight_set ? &dataset.weight : nullptr;
   columns.nstr = dataset.nstr;
   columns.nrc = &dataset.nrc;
+  columns.nrs = dataset.ni > 0 ? &dataset.nrs : nullptr;
+  columns.nt = dataset.nt;
+  columns.status_covariates = dataset.ncov_delta > 0 || (dataset.ncov_tau > 0 && dataset.nt > 1);
   dataset.rows = collapse_cases(columns);
   return dataset.rows;
 }
@@ -122,6 +166,9 @@ int32 put_dataset(const dataset_type& dataset, mlworkspace& work, error_type& er
   if (nullify_mlworkspace(work, err) != 0)
     return fail(err, here, {text("Could not deallocate mlworkspace.")});
   if (!dataset.y) return fail(err, here, {text("Could not transfer work%y.")});
+  const int64 covariates =
+      dataset.ncov + dataset.ncov_delta + int64{dataset.ncov_tau} * (dataset.nt - 1);
+  if (covariates > 0 && !dataset.cov) return fail(err, here, {text("Could not transfer cov.")});
   using allocation::allocate_under;
   if (allocate_under("put_dataset: work%ciy", here, err, [&] { work.rows = rows_of(dataset); }) !=
           0 ||
@@ -142,9 +189,13 @@ int32 put_dataset(const dataset_type& dataset, mlworkspace& work, error_type& er
 
 int32 put_model(const model_type& model, mlworkspace& work, error_type& err) {
   if (!work.initialised) return refuse_uninitialised("put_model", err);
-  work.latent.nc = work.data.nci > 0 ? model.nc : 1;
-  work.latent.ns = work.data.ni > 0 ? model.ns : 1;
-  work.latent.loaded = true;
+  latent_tables& latent = work.latent;
+  latent = latent_tables{};
+  latent.nc = work.data.nci > 0 ? model.nc : 1;
+  latent.ns = work.data.ni > 0 ? model.ns : 1;
+  if (list_sequences(work.data.nt, latent, err) != 0)
+    return pass_on(err, {"put_model", "estimation"});
+  latent.loaded = true;
   work.given.model = model;
   return 0;
 }

@@ -9,6 +9,11 @@
 ///   distinct row kase_by_str                                                rows->stratum_start
 ///   indic_ci, ciy                                              rows->response (0 is missing)
 ///   post_cls by case                                           post.cls by distinct row
+///   indic_si, siy                                   rows->response behind the class items
+///   delta_by_kase, tau_by_kase                                 statuses.delta, statuses.tau
+///   post_cls_sta, post_cls_adj_sta by case        status_posteriors, a row at a time
+/// A case without any response needs no prior-only posteriors of its own: the recursion gives it
+/// the prior probabilities.
 #pragma once
 
 #include <memory>
@@ -22,6 +27,7 @@
 #include "estimation/distinct_rows.hpp"
 #include "estimation/prob_block.hpp"
 #include "estimation/regression.hpp"
+#include "estimation/status_tables.hpp"
 #include "model/dataset.hpp"
 #include "model/model.hpp"
 #include "model/param.hpp"
@@ -39,23 +45,30 @@ struct case_data {
   double total_weight = 0.0;     ///< sum of frequency times weight, the number of cases without
 };
 
-/// A family of regressions in the workspace: coefficients in the parameter's shape and one fit per
-/// row of categories (for beta: per stratum).
+/// A family of regressions in the workspace: coefficients in the parameter's shape, one record per
+/// design matrix (beta and delta_beta: per stratum; tau_beta: per stratum and transition) and the
+/// shares of every fitted row of categories.
 template <std::size_t R>
 struct logit_block {
   bool active = false;        ///< the categories are regressed on covariates
   array<double, R> now, old;  ///< estimates (new_, old_)
   std::vector<estimation::regression> fits;
-  std::vector<std::vector<double>> shares;  ///< of the binary form, one vector per fit
+  std::vector<std::vector<double>> shares;  ///< of the binary form, one vector per fitted row
   bool use_prior = false;                   ///< a stabilising prior is in use
   int32 n_estimated = 0;
 };
 
-/// What a status-free model needs of the latent side; status sequences join with the status models.
+/// Latent dimensions and, while they are few, the status sequences one by one. Estimation never
+/// walks through them; they are what the recursion is checked against.
 struct latent_tables {
   bool loaded = false;
   int32 nc = 1, ns = 1;
+  array<int32, 2> loc;           ///< (ns^nt, nt) status sequences, time 1 fastest
+  array<int32, 3> patt_loc;      ///< (ns^(nt-1), ns, nt) sequences with status s at time t
+  array<int32, 4> patt_adj_loc;  ///< (ns^(nt-2), ns, ns, nt-1) with s at t and s' at t + 1
 };
+/// The tables above are built up to this many sequences.
+inline constexpr int64 most_sequences = 4096;
 
 /// Posteriors over distinct rows, kept only when asked for (`keep`).
 struct posteriors {
@@ -77,6 +90,21 @@ struct estep_scratch {
   std::vector<double> vectors;    ///< products and pending sums of the nodes, per worker
   std::vector<double> loglik;     ///< one per block
   std::vector<int32> failed_row;  ///< one per block, -1 for none
+};
+
+/// Chunks of one block of the parallel sums over status trees, 0-based.
+struct status_block {
+  int32 first_chunk = 0, end_chunk = 0;
+  std::size_t counts = 0;  ///< offset of the block's counts in the scratch
+};
+
+/// Scratch of the E-step of statuses.
+struct status_sums {
+  std::vector<status_block> blocks;
+  std::vector<double> counts;   ///< expected counts of all blocks
+  std::vector<double> vectors;  ///< of the recursion, per worker
+  std::vector<double> loglik;   ///< one per block
+  std::vector<char> failed;     ///< one per block
 };
 
 /// State and settings of the iterations.
@@ -102,11 +130,19 @@ struct mlworkspace {
   latent_tables latent;
   prob_block<2> gamma;
   prob_block<4> rho;
+  prob_block<3> delta;
+  prob_block<5> tau;
+  prob_block<6> big_rho;
   bool rho_equal_across_strata = false;
+  pooled_rows big_rho_pool;  ///< of big_rho held equal across classes, times or strata
   logit_block<3> beta;
+  logit_block<4> delta_beta;
+  logit_block<6> tau_beta;
   class_counts classes;
+  status_tables statuses;
   posteriors post;
   estep_scratch scratch;
+  status_sums status_scratch;
   em_state em;
   containers given;
 };

@@ -19,4 +19,12 @@ int32 mstep_rho(mlworkspace& work, error_type& err);
 /// Class prevalences per stratum: reads classes.counts, writes gamma.now.
 int32 mstep_gamma(mlworkspace& work, error_type& err);
 
+/// Responses to the status items: reads statuses.response_count and big_rho.old, writes
+/// big_rho.now.
+int32 mstep_big_rho(mlworkspace& work, error_type& err);
+/// Initial statuses per class and stratum: reads statuses.delta_count, writes delta.now.
+int32 mstep_delta(mlworkspace& work, error_type& err);
+/// Transitions: reads statuses.tau_count, writes tau.now.
+int32 mstep_tau(mlworkspace& work, error_type& err);
+
 }  // namespace tolvenra::estimation

@@ -3,66 +3,26 @@
 #include <algorithm>
 
 #include "core/dynamic_allocation.hpp"
+#include "estimation/covariate_design.hpp"
 
 namespace tolvenra::estimation {
 namespace {
-
-int32 refuse(const routine& here, std::string_view what, error_type& err) {
-  return fail(err, here, {text(what), text("when covariates are specified in the model.")});
-}
 
 int32 check_gamma_codes(const mlworkspace& work, error_type& err) {
   constexpr routine here{"load_mlworkspace_param", "estimation"};
   const auto& codes = work.gamma.code;
   if (std::any_of(codes.flat.begin(), codes.flat.end(), [](int32 code) { return code >= 2; }))
-    return refuse(here, "Gamma parameter equality restrictions are not allowed", err);
+    return refuse_with_covariates(here, "Gamma parameter equality restrictions are not allowed",
+                                  err);
   const param_type& param = work.given.param;
   for (int32 g = 1; g <= work.data.nstr; ++g)
     for (int32 c = 1; c <= work.latent.nc; ++c) {
       const bool reference = !param.gamma_binary_regression && c == param.baseline_gamma;
       if (codes(c, g) == 0 && (work.gamma.now(c, g) != 0.0 || reference))
-        return refuse(here, "Fixed (nonzero) gamma parameter restrictions are not allowed", err);
+        return refuse_with_covariates(
+            here, "Fixed (nonzero) gamma parameter restrictions are not allowed", err);
     }
   return 0;
-}
-
-/// First covariate pattern of a stratum (0-based) and their number.
-struct pattern_range {
-  int32 first, count;
-};
-pattern_range patterns_of(const mlworkspace& work, int32 g) {
-  const auto& start = work.rows->covariates.stratum_start;
-  const int32 first = start[static_cast<std::size_t>(g - 1)];
-  return {first, start[static_cast<std::size_t>(g)] - first};
-}
-
-/// Covariates of a stratum's patterns behind a column of ones.
-void fill_design(const mlworkspace& work, int32 first_pattern, int32 first_column,
-                 regression& fit) {
-  const array<double, 2>& cov = *work.given.dataset.cov;
-  const covariate_patterns& patterns = work.rows->covariates;
-  for (int32 u = 1; u <= fit.x.n[0]; ++u) {
-    const auto at = static_cast<std::size_t>(first_pattern + u - 1);
-    fit.weight(u) = patterns.weight[at];
-    fit.x(u, 1) = 1.0;
-    for (int32 j = 2; j <= fit.x.n[1]; ++j)
-      fit.x(u, j) = cov(patterns.first_case[at], first_column + j - 2);
-  }
-}
-
-/// Proportions of the classes that the binary form does not compare, from gamma.
-std::vector<double> starting_shares(const mlworkspace& work, int32 g, int32 compared) {
-  std::vector<double> shares;
-  double total = 0.0;
-  for (int32 c = 1; c <= work.latent.nc; ++c) {
-    shares.push_back(c == compared ? 0.0 : work.gamma.now(c, g));
-    total += shares.back();
-  }
-  for (int32 c = 1; c <= work.latent.nc; ++c) {
-    double& share = shares[static_cast<std::size_t>(c - 1)];
-    if (c != compared) share = total > 0.0 ? share / total : 1.0 / (work.latent.nc - 1);
-  }
-  return shares;
 }
 
 void load_regression(const mlworkspace& work, int32 g, regression& fit) {
@@ -78,20 +38,6 @@ void load_regression(const mlworkspace& work, int32 g, regression& fit) {
     const double* prior = param.beta_stabilizing_prior.column(g);
     fit.prior.assign(prior, prior + work.latent.nc);
     fit.prior_ess = param.beta_stabilizing_prior_ess;
-  }
-}
-
-/// Starting coefficients against the reference: its column becomes zero, the others change by as
-/// much, which leaves the probabilities as they were. Columns that are not estimated become zero.
-void refer_to_baseline(const regression& fit, array<double, 3>& beta, int32 g) {
-  for (int32 j = 1; j <= beta.n[0]; ++j) {
-    const double reference = fit.binary > 0 ? 0.0 : beta(j, fit.baseline, g);
-    for (int32 c = 1; c <= beta.n[1]; ++c) {
-      const bool estimated =
-          fit.binary > 0 ? c == fit.binary
-                         : c != fit.baseline && !fit.absent[static_cast<std::size_t>(c - 1)];
-      beta(j, c, g) = estimated ? beta(j, c, g) - reference : 0.0;
-    }
   }
 }
 
@@ -130,8 +76,10 @@ int32 load_beta(mlworkspace& work, error_type& err) {
         }) != 0)
       return fail(err, here,
                   {text("Unable to allocate instance(s) of the logit workspace type for beta.")});
-    beta.shares.push_back(starting_shares(work, g, beta.fits.back().binary));
-    refer_to_baseline(beta.fits.back(), beta.now, g);
+    const double* gamma = work.gamma.now.column(g);
+    beta.shares.push_back(starting_shares({gamma, static_cast<std::size_t>(work.latent.nc)},
+                                          beta.fits.back().binary));
+    refer_to_baseline(beta.fits.back(), &beta.now(1, 1, g));
     beta.n_estimated += regression_parameters(beta.fits.back());
   }
   work.gamma.n_estimated = 0;  // gamma follows from beta

@@ -28,4 +28,15 @@ struct prob_block {
   int32 n_estimated = 0;            ///< parameters that EM estimates
 };
 
+/// A family whose rows are held equal along some dimensions: one copy of them, which is solved, and
+/// where every element of the family finds its own in it.
+struct pooled_rows {
+  std::vector<std::size_t> offset;  ///< by element of the family; empty: nothing is pooled
+  row_layout rows;
+  std::vector<int32> code;
+  std::vector<double> now, numerator;
+
+  [[nodiscard]] bool active() const { return !offset.empty(); }
+};
+
 }  // namespace tolvenra

@@ -51,8 +51,17 @@ bool row_all_fixed(const prob_block<R>& block) {
   return false;
 }
 
+/// The rows that are solved: the first ones of a family, or the copy that pools it.
+struct solved_rows {
+  std::span<const int32> code;
+  std::span<const double> values;
+  const row_layout& rows;
+  int32 nrows;
+};
+
 template <std::size_t R>
-int32 decode(prob_block<R>& block, const wording& words, error_type& err) {
+int32 decode(prob_block<R>& block, const solved_rows& solved, const wording& words,
+             error_type& err) {
   if (lone_equality_number(block))
     return fail(err, words.here, {text("Equality number must appear at least twice.")});
   if (row_all_fixed(block)) {
@@ -62,8 +71,8 @@ int32 decode(prob_block<R>& block, const wording& words, error_type& err) {
   }
   bool consistent = false;
   if (allocation::allocate_under(words.tables, words.here, err, [&] {
-        block.solver = row_solver(block.code.flat, block.now.flat, block.rows, block.shared_rows);
-        consistent = block.solver.consistent(block.now.flat);
+        block.solver = row_solver(solved.code, solved.values, solved.rows, solved.nrows);
+        consistent = block.solver.consistent(solved.values);
       }) != 0)
     return -1;
   if (!consistent)
@@ -71,10 +80,16 @@ int32 decode(prob_block<R>& block, const wording& words, error_type& err) {
         err, words.here,
         {text("The equality and fixed restrictions on the ", words.parameters, " parameters"),
          text("cannot all be satisfied at the same time.")});
-  row_layout shared = block.rows;
-  shared.nrows = block.shared_rows;
-  block.n_estimated = number_of_parameters_estimated(block.code.flat, shared);
+  row_layout shared = solved.rows;
+  shared.nrows = solved.nrows;
+  block.n_estimated = number_of_parameters_estimated(solved.code, shared);
   return 0;
+}
+
+template <std::size_t R>
+int32 decode(prob_block<R>& block, const wording& words, error_type& err) {
+  return decode(block, {block.code.flat, block.now.flat, block.rows, block.shared_rows}, words,
+                err);
 }
 
 bool codes_equal_across_strata(const array<int32, 4>& code) {
@@ -83,6 +98,51 @@ bool codes_equal_across_strata(const array<int32, 4>& code) {
     if (!std::equal(code.flat.begin(), code.flat.begin() + stride, code.flat.begin() + g * stride))
       return false;
   return true;
+}
+
+/// Checks that codes, and the values of fixed elements, do not vary along dimension k (from 0).
+int32 require_equal(const prob_block<6>& block, std::size_t k, std::string_view across,
+                    const routine& here, error_type& err) {
+  const auto stride = block.code.stride[k];
+  for (std::size_t q = 0; q < block.code.size(); ++q) {
+    const auto at = static_cast<int64>(q);
+    const auto first = static_cast<std::size_t>(at - at / stride % block.code.n[k] * stride);
+    if (block.code.flat[q] != block.code.flat[first])
+      return fail(err, here, {text("Big_Rho must be equal across ", across, ".")});
+    if (block.code.flat[q] == 0 && block.now.flat[q] != block.now.flat[first])
+      return fail(err, here,
+                  {text("The fixed values of big_rho must be equal across ", across, ".")});
+  }
+  return 0;
+}
+
+/// One copy of the rows that are equal along the marked dimensions.
+pooled_rows pool(const prob_block<6>& block, const std::array<bool, 6>& equal,
+                 std::span<const int32> categories) {
+  pooled_rows pooled;
+  std::array<int32, 6> extents = block.code.n;
+  for (std::size_t k = 0; k < 6; ++k)
+    if (equal[k]) extents[k] = std::min(extents[k], 1);
+  pooled.rows = rows_along(extents, 2, categories);
+  pooled.offset.resize(block.code.size());
+  std::size_t size = 1;
+  for (const int32 n : extents) size *= static_cast<std::size_t>(n);
+  pooled.code.assign(size, 1);
+  pooled.now.assign(size, 0.0);
+  pooled.numerator.assign(size, 0.0);
+  for (std::size_t q = pooled.offset.size(); q-- > 0;) {  // the first along a dimension comes last
+    const auto index = indices_at(block.code.n, static_cast<int64>(q));
+    int64 to = 0;
+    int64 stride = 1;
+    for (std::size_t k = 0; k < 6; ++k) {
+      to += equal[k] ? 0 : (index[k] - 1) * stride;
+      stride *= extents[k];
+    }
+    pooled.offset[q] = static_cast<std::size_t>(to);
+    pooled.code[pooled.offset[q]] = block.code.flat[q];
+    pooled.now[pooled.offset[q]] = block.now.flat[q];
+  }
+  return pooled;
 }
 
 }  // namespace
@@ -115,6 +175,58 @@ int32 get_info_from_rho_restriction(mlworkspace& work, error_type& err) {
                  "rho",
                  "get_info_from_rho_restriction: work%rho_rest_loc"},
                 err);
+}
+
+int32 get_info_from_delta_restriction(mlworkspace& work, error_type& err) {
+  work.delta.shared_rows = work.delta.rows.nrows;
+  return decode(
+      work.delta,
+      {{"get_info_from_delta_restriction", "estimation"},
+       {"Delta parameter restrictions were FIXED for all",
+        "latent statuses in a row; please free the", "delta parameters for at least one status."},
+       "delta",
+       "get_info_from_delta_restriction: work%delta_rest_loc"},
+      err);
+}
+
+int32 get_info_from_tau_restriction(mlworkspace& work, error_type& err) {
+  work.tau.shared_rows = work.tau.rows.nrows;
+  return decode(
+      work.tau,
+      {{"get_info_from_tau_restriction", "estimation"},
+       {"Tau parameter restrictions were FIXED for all",
+        "latent statuses in a row; please free the", "tau parameters for at least one status."},
+       "tau",
+       "get_info_from_tau_restriction: work%tau_rest_loc"},
+      err);
+}
+
+int32 get_info_from_big_rho_restriction(mlworkspace& work, error_type& err) {
+  constexpr routine here{"get_info_from_big_rho_restriction", "estimation"};
+  const param_type& param = work.given.param;
+  prob_block<6>& block = work.big_rho;
+  block.shared_rows = block.rows.nrows;
+  const wording words{here,
+                      {"Rho parameter restrictions for one or more parameters",
+                       "were FIXED for all response categories; please free the",
+                       "rho parameters for at least one response category"},
+                      "big_rho",
+                      "get_info_from_big_rho_restriction: work%big_rho_rest_loc"};
+  const bool across_class = param.big_rho_equal_across_class;
+  const bool across_time = param.big_rho_equal_across_time;
+  const bool across_strata = param.big_rho_equal_across_strata;
+  if ((across_class && require_equal(block, 4, "class", here, err) != 0) ||
+      (across_time && require_equal(block, 3, "time", here, err) != 0) ||
+      (across_strata && require_equal(block, 5, "strata", here, err) != 0))
+    return -1;
+  if (!across_class && !across_time && !across_strata) return decode(block, words, err);
+  pooled_rows& pooled = work.big_rho_pool;
+  if (allocation::allocate_under(words.tables, here, err, [&] {
+        pooled = pool(block, {false, false, false, across_time, across_class, across_strata},
+                      param.nrs.flat);
+      }) != 0)
+    return -1;
+  return decode(block, {pooled.code, pooled.now, pooled.rows, pooled.rows.nrows}, words, err);
 }
 
 int32 number_of_parameters_estimated(std::span<const int32> codes, const row_layout& rows) {

@@ -14,10 +14,14 @@
 namespace tolvenra::estimation {
 
 /// Validate the codes of one family and decode them into its solver: an equality number used once,
-/// rows without anything to estimate, groups whose sums cannot be met and, for rho held equal
-/// across strata, codes that differ between strata are refused. \return 0 or -1
+/// rows without anything to estimate, groups whose sums cannot be met and, for rho and big_rho held
+/// equal across strata, times or classes, codes or fixed values that differ between these are
+/// refused. \return 0 or -1
 int32 get_info_from_gamma_restriction(mlworkspace& work, error_type& err);
 int32 get_info_from_rho_restriction(mlworkspace& work, error_type& err);
+int32 get_info_from_delta_restriction(mlworkspace& work, error_type& err);
+int32 get_info_from_tau_restriction(mlworkspace& work, error_type& err);
+int32 get_info_from_big_rho_restriction(mlworkspace& work, error_type& err);
 
 /// Number of parameters that EM estimates in a family of rows: of every row, its free elements plus
 /// the equality groups met in it for the first time, less one for the sum (never below 0).

@@ -1,0 +1,96 @@
+/// \file driver.hpp  What the drivers of both analyses own for the length of one call, and the
+/// steps that they share.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "api/host_message.hpp"
+#include "api/progress.hpp"
+#include "api/stabilising.hpp"
+#include "api/starts.hpp"
+#include "core/array.hpp"
+#include "core/dynamic_allocation.hpp"
+#include "core/error_handler.hpp"
+
+namespace tolvenra::api {
+
+struct driver_run {
+  driver_run(const routine& own, tolvenra_progress* record, char* text, std::int32_t length)
+      : here(own), message(text, length), progress(record) {}
+
+  routine here;  ///< reports of the driver carry its name alone
+  host_message message;
+  run_progress progress;
+  error_type err;
+  dataset_type dataset;
+  model_type model;
+  param_type param;
+  std::optional<stabilising_model> plain;  ///< with covariates
+  std::vector<start_outcome> starts;
+  std::unique_ptr<fitted_start> best;
+  std::array<double, 8> fit_extra{};
+  std::vector<double> test_stat, test_p;
+  std::vector<int32> test_status;
+};
+
+/// Reports in the driver's own name. \return -1
+inline int32 refuse(driver_run& run, std::initializer_list<text_lines> lines) {
+  return fail(run.err, run.here, lines);
+}
+
+/// A work array of the run: `fill` allocates it, and running out of memory names it ("runlca:
+/// cov2").
+template <class Fill>
+int32 make_work_array(std::string_view label, driver_run& run, Fill&& fill) {
+  return allocation::allocate_under(label, run.here, run.err, fill);
+}
+
+/// Whether the product of the extents passes 2^63 - 1 elements of `bytes` bytes.
+bool beyond_memory(std::initializer_list<int32> extents, int64 bytes);
+
+/// Every stratum needs cases; without a strata array all cases are in stratum 1.
+int32 refuse_empty_strata(driver_run& run, bool strata_given);
+
+/// The host cancelled: nothing else is reported. \return -1
+int32 refuse_cancelled(driver_run& run);
+
+/// Fits the starts and keeps the best; a failed start leaves its report in the message text.
+/// \return 0, or -1 when none could be fitted or the host cancelled
+int32 fit_starts(const start_search& search, driver_run& run);
+
+/// Upper tail of a chi-square statistic: 1 unless it is positive, NaN where df is not.
+int32 upper_tail(double statistic, double df, double& q, error_type& err);
+
+/// Tail and final status of entry i of the covariate tests.
+int32 fill_test_tail(driver_run& run, std::size_t i, double df);
+
+/// Exact number of free parameters of a fit.
+int32 free_parameters(const mlworkspace& work);
+
+/// The host's per-start arrays; null where not wanted.
+struct start_arrays {
+  std::int32_t* seeds;
+  double* loglik;
+  std::int32_t* iter;
+  std::uint8_t* converged;
+  std::int32_t* status;
+  std::int32_t* run_info;
+};
+/// Finished starts; also of a run that was cancelled or failed after its starts.
+void copy_out_starts(const driver_run& run, const start_arrays& to);
+
+/// Response patterns and counts, into arrays with one row per case.
+void copy_out_patterns(const mlresult_type& result, const array<int32, 2>& patterns, int32 nkase,
+                       std::int32_t* response_patterns, double* pattern_counts);
+
+/// Cells 1 to 15 of the run information of a completed run.
+void copy_out_run_info(const driver_run& run, int32 free_parameters, int32 max_threads,
+                       std::int32_t* info);
+
+/// Parameters by kind: total, gamma, rho, beta, delta, tau, big_rho, delta_beta, tau_beta.
+std::array<int32, 9> parameter_counts(const mlresult_type& result);
+
+}  // namespace tolvenra::api

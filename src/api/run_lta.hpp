@@ -1,0 +1,14 @@
+/// \file run_lta.hpp  The driver of one latent transition analysis.
+#pragma once
+
+#include "api/generated/call_records.hpp"
+#include "core/types.hpp"
+
+namespace tolvenra::api {
+
+/// Fits one latent transition model from the host's arrays to the host's arrays; the frame of
+/// `run_lca`, without standard errors.
+/// \return 0 when a fit was completed, else -1
+int32 run_lta(const lta_call& call);
+
+}  // namespace tolvenra::api

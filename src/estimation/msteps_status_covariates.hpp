@@ -1,0 +1,37 @@
+/// \file msteps_status_covariates.hpp  Initial statuses and transitions regressed on covariates,
+/// module `estimation`.
+///
+/// One regression per stratum and class for the initial status, one per stratum, class, transition
+/// and origin for the transitions; the outcomes are the expected statuses and moves of the E-step.
+/// Fixed zeros are structural: the status takes no part in that regression.
+/// Source: Chung, Walls & Park (2007), J. Educ. Behav. Stat. 32, 408-435; Vermunt, Langeheine &
+/// Boeckenholt (1999), J. Educ. Behav. Stat. 24, 179-207.
+#pragma once
+
+#include "core/error_handler.hpp"
+#include "estimation/mlworkspace.hpp"
+
+namespace tolvenra::estimation {
+
+/// Decides which of the two are regressed, and refuses restriction codes that a regression cannot
+/// honour. Before the decoding of restrictions.
+int32 check_status_codes(mlworkspace& work, error_type& err);
+
+/// Load designs and starting coefficients and predict the first probabilities; nothing without
+/// covariates. After the E-step has been planned. \return 0 or -1
+int32 load_delta_beta(mlworkspace& work, error_type& err);
+int32 load_tau_beta(mlworkspace& work, error_type& err);
+
+/// Fit the regressions and recompute the probabilities of the covariate patterns.
+/// \return 0, or -1 with a report that tells where
+int32 mstep_delta_beta(mlworkspace& work, error_type& err);
+int32 mstep_tau_beta(mlworkspace& work, error_type& err);
+
+/// Sets delta.now and tau.now, where they are regressed, to their averages over the cases: weighted
+/// by the expected cases in the class, and in the origin status.
+void average_status_probabilities(mlworkspace& work);
+
+/// Logarithm of the stabilising priors in force, up to a constant.
+double status_log_prior(const mlworkspace& work);
+
+}  // namespace tolvenra::estimation
