@@ -84,23 +84,35 @@ void list_subjects(const dataset_type& dataset, dawork& da) {
   for (double& w : da.weight) w *= sum / squares;
 }
 
-/// \param shared_rows  rows that differ; the others repeat them
+/// \param rows    the rows that are sampled
+/// \param shared  the element of `rows` that each element equals; empty: its own
 template <std::size_t R>
-void prepare_family(const prob_block<R>& block, da_family<R>& family) {
-  std::vector<int32> source(static_cast<std::size_t>(block.rows.nrows));
-  for (std::size_t m = 0; m < source.size(); ++m)
-    source[m] = static_cast<int32>(m) % block.shared_rows;
+void prepare_family(const prob_block<R>& block, const row_layout& rows,
+                    std::vector<std::size_t> shared, da_family<R>& family) {
   const std::span<const double> pseudo =
       block.use_prior ? std::span<const double>(block.pseudo) : std::span<const double>();
-  family.sampler = row_sampler(block.solver, block.rows, std::move(source), pseudo);
+  family.sampler = row_sampler(block.solver, rows, std::move(shared), pseudo);
   family.count.allocate(block.now.n);
+}
+
+/// rho, whose strata repeat the first one when they are held equal.
+void prepare_rho(const mlworkspace& work, da_family<4>& family) {
+  const prob_block<4>& rho = work.rho;
+  row_layout rows = rho.rows;
+  std::vector<std::size_t> shared;
+  if (rho.shared_rows < rows.nrows) {
+    rows.nrows = rho.shared_rows;
+    const auto stratum = static_cast<std::size_t>(rho.now.stride[3]);
+    for (std::size_t at = 0; at < rho.now.size(); ++at) shared.push_back(at % stratum);
+  }
+  prepare_family(rho, rows, std::move(shared), family);
 }
 
 int32 prepare(chain& run, error_type& err) {
   if (allocation::allocate_under("run_da_procedure: dawork%prior", here, err, [&] {
         list_subjects(run.work.given.dataset, run.da);
-        prepare_family(run.work.gamma, run.da.gamma);
-        prepare_family(run.work.rho, run.da.rho);
+        prepare_family(run.work.gamma, run.work.gamma.rows, {}, run.da.gamma);
+        prepare_rho(run.work, run.da.rho);
         run.da.freedom = freedom_of_labels(run.work);
       }) != 0)
     return -1;

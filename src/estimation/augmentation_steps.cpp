@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/dynamic_allocation.hpp"
+#include "estimation/status_path.hpp"
 
 namespace tolvenra::estimation {
 namespace {
@@ -12,17 +13,6 @@ constexpr routine istep_routine{"istep", "estimation"};
 int32 draw_uniform(ran_state_type& random, double& u, error_type& err) {
   if (random_generator::unit_uniform(random, u, err) == 0) return 0;
   return fail(err, istep_routine, {text("Unable to generate random uniform.")});
-}
-
-/// The first category whose accumulated probability reaches u; the last one beyond the total.
-/// Element r of the vector is p[r * step].
-int32 category_at(double u, const double* p, int32 n, int64 step) {
-  double accumulated = 0.0;
-  for (int32 r = 1; r < n; ++r) {
-    accumulated += p[(r - 1) * step];
-    if (u <= accumulated) return r;
-  }
-  return n;
 }
 
 /// Draws one subject after the other and counts what they are.
@@ -50,8 +40,8 @@ class subject_pass {
     if (draw_uniform(da_.random, u, err) != 0) return -1;
     const int32 nc = work_.latent.nc;
     c_ = category_at(
-        u, &work_.post.cls[static_cast<std::size_t>(row_ - 1) * static_cast<std::size_t>(nc)], nc,
-        1);
+        u, 1.0, &work_.post.cls[static_cast<std::size_t>(row_ - 1) * static_cast<std::size_t>(nc)],
+        nc, 1);
     da_.imputed_cls(k) = c_;
     da_.gamma.count(c_, g_) += weight_;
     return 0;
@@ -64,7 +54,7 @@ class subject_pass {
         double u = 0.0;
         if (draw_uniform(da_.random, u, err) != 0) return -1;
         const array<double, 4>& rho = work_.rho.now;
-        r = category_at(u, &rho(j, c_, 1, g_), work_.data.nrc(j), rho.stride[2]);
+        r = category_at(u, 1.0, &rho(j, c_, 1, g_), work_.data.nrc(j), rho.stride[2]);
         da_.ciy_imp(k, j) = r;
       }
       da_.rho.count(j, c_, r, g_) += weight_;
