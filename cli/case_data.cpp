@@ -15,11 +15,15 @@ std::int32_t most_categories_of(const case_data& data) {
 }
 
 void column_uses::take(std::size_t column, const char* key) {
-  for (const auto& [other, used_by] : taken_)
-    if (other == column)
-      throw input_error::of(
-          "{} and {} both name column \"{}\"; a column can serve only one of them.",
-          options_.asked_by(used_by), options_.asked_by(key), table_.columns[column].name);
+  for (const auto& [other, used_by] : taken_) {
+    if (other != column) continue;
+    const std::string& name = table_.columns[column].name;
+    if (options_.asked_by(used_by) == options_.asked_by(key))
+      throw input_error::of("{} names column \"{}\" twice; once is enough.", options_.asked_by(key),
+                            name);
+    throw input_error::of("{} and {} both name column \"{}\"; a column can serve only one of them.",
+                          options_.asked_by(used_by), options_.asked_by(key), name);
+  }
   taken_.emplace_back(column, key);
 }
 
@@ -73,15 +77,16 @@ void add_group(const data_table& table, std::size_t column, const category_reade
       table.source, table.line[row], data.group->name);
 }
 
-void check_item(const data_table& table, const categories& item, case_data& data) {
+void check_item(const data_table& table, const categories& item, const char* latents,
+                case_data& data) {
   if (std::all_of(item.code.begin(), item.code.end(), [](auto c) { return c == 0; }))
     throw input_error::of("{}: item \"{}\" has no observed response; leave it out of --items.",
                           table.source, item.name);
   if (item.labels.size() == 1)
     data.warnings.push_back(fmt::format(
         "Item \"{}\" has only one observed category, \"{}\": it tells nothing about the "
-        "classes, and the model is not identified by it.",
-        item.name, item.labels.front()));
+        "{}, and the model is not identified by it.",
+        item.name, item.labels.front(), latents));
 }
 
 void check_covariate(const data_table& table, const analysis_options& options, const char* key,

@@ -81,7 +81,9 @@ void add_group(const data_table& table, std::size_t column, const category_reade
                case_data& data);
 
 /// Warns of an item with one category and throws input_error for one without any.
-void check_item(const data_table& table, const categories& item, case_data& data);
+/// \param latents  "classes" or "statuses"
+void check_item(const data_table& table, const categories& item, const char* latents,
+                case_data& data);
 
 /// Throws input_error for a covariate with the name of the intercept and for one that has a single
 /// value in some group. \param key  the option that names it

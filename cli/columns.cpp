@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <limits>
 #include <map>
 #include <tuple>
 
@@ -38,19 +39,6 @@ std::optional<std::pair<std::size_t, std::size_t>> as_range(const data_table& ta
     if (first && last) return std::pair{*first, *last};
   }
   return std::nullopt;
-}
-
-std::vector<std::string> split(std::string_view list) {
-  std::vector<std::string> parts;
-  for (std::size_t at = 0; at <= list.size();) {
-    const std::size_t end = std::min(list.find(',', at), list.size());
-    std::string_view part = list.substr(at, end - at);
-    while (part.starts_with(' ')) part.remove_prefix(1);
-    while (part.ends_with(' ')) part.remove_suffix(1);
-    parts.emplace_back(part);
-    at = end + 1;
-  }
-  return parts;
 }
 
 class selection {
@@ -131,6 +119,19 @@ kind kind_of(const data_table& table, const table_column& column,
 
 }  // namespace
 
+std::vector<std::string> split(std::string_view list, char separator) {
+  std::vector<std::string> parts;
+  for (std::size_t at = 0; at <= list.size();) {
+    const std::size_t end = std::min(list.find(separator, at), list.size());
+    std::string_view part = list.substr(at, end - at);
+    while (part.starts_with(' ')) part.remove_prefix(1);
+    while (part.ends_with(' ')) part.remove_suffix(1);
+    parts.emplace_back(part);
+    at = end + 1;
+  }
+  return parts;
+}
+
 std::optional<double> as_number(std::string_view text) {
   double value = 0.0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -170,7 +171,7 @@ std::vector<std::size_t> select_columns(const data_table& table,
       chosen.add(list);
       continue;
     }
-    for (const std::string& part : split(list)) chosen.add(part);
+    for (const std::string& part : split(list, ',')) chosen.add(part);
   }
   return std::move(chosen.columns);
 }
@@ -285,7 +286,7 @@ std::vector<double> positive_numbers(const data_table& table, std::size_t column
 }
 
 std::vector<double> covariate_numbers(const data_table& table, std::size_t column,
-                                      const missing_texts& missing) {
+                                      const missing_texts& missing, bool gaps) {
   const table_column& from = table.columns[column];
   std::vector<double> number(from.values.size());
   for (std::size_t v = 0; v < from.values.size(); ++v) {
@@ -294,6 +295,10 @@ std::vector<double> covariate_numbers(const data_table& table, std::size_t colum
                              table.line[first_row_of(from, v)], from.name, found, remedy);
     };
     const std::string& text = from.values[v];
+    if (missing(text) && gaps) {
+      number[v] = std::numeric_limits<double>::quiet_NaN();
+      continue;
+    }
     if (missing(text))
       throw complain("missing", "every row needs a value. Remove the row or fill in the value.");
     const auto value = as_number(text);

@@ -13,6 +13,9 @@
 
 namespace tolvenra::cli {
 
+/// The parts of a list, without the blanks around them.
+std::vector<std::string> split(std::string_view list, char separator);
+
 /// A finite decimal number that makes up the whole text.
 std::optional<double> as_number(std::string_view text);
 
@@ -62,10 +65,10 @@ std::optional<std::size_t> find_label(const std::vector<std::string>& labels,
 categories categorise_as(const data_table& table, std::size_t column, const missing_texts& missing,
                          const std::vector<std::string>& labels, std::string_view asked_by);
 
-/// A column of finite numbers without a gap; throws input_error, which names the line, for anything
-/// else.
+/// A column of finite numbers; throws input_error, which names the line, for anything else.
+/// \param gaps  a missing value is allowed, and becomes NaN
 std::vector<double> covariate_numbers(const data_table& table, std::size_t column,
-                                      const missing_texts& missing);
+                                      const missing_texts& missing, bool gaps = false);
 
 /// A column of positive finite numbers; throws input_error, which names the line, for anything
 /// else.

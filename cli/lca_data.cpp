@@ -25,26 +25,6 @@ struct column_roles {
   }
 };
 
-/// Classes that start alike stay alike: EM cannot tell them apart.
-void warn_of_equal_starts(const lca_options& options, lca_data& data) {
-  const std::size_t nitem = data.items.size();
-  const auto nc = static_cast<std::size_t>(options.classes);
-  const std::vector<double>& rho = data.model.rho;  // (item, class, category, group)
-  const auto same = [&](std::size_t a, std::size_t b) {
-    for (std::size_t at = 0; at < rho.size(); at += nitem * nc)
-      for (std::size_t j = 0; j < nitem; ++j)
-        if (rho[at + j + nitem * a] != rho[at + j + nitem * b]) return false;
-    return true;
-  };
-  for (std::size_t b = 1; data.model.start_given && b < nc; ++b)
-    for (std::size_t a = 0; a < b; ++a)
-      if (same(a, b))
-        data.warnings.push_back(
-            fmt::format("Classes {} and {} start from the same response probabilities: the fit "
-                        "cannot tell them apart.",
-                        a + 1, b + 1));
-}
-
 }  // namespace
 
 lca_data prepare_lca(const data_table& table, const lca_options& options) {
@@ -54,7 +34,7 @@ lca_data prepare_lca(const data_table& table, const lca_options& options) {
   data.rows = table.rows();
   for (const std::size_t column : roles.items) {
     data.items.push_back(reader.read(column));
-    check_item(table, data.items.back(), data);
+    check_item(table, data.items.back(), "classes", data);
   }
   if (roles.freq) data.freq = positive_numbers(table, *roles.freq, "frequency");
   if (roles.weight) data.weight = positive_numbers(table, *roles.weight, "weight");
@@ -74,7 +54,9 @@ lca_data prepare_lca(const data_table& table, const lca_options& options) {
   check_patterns(data, table.source, options, "classes", static_cast<std::size_t>(options.classes),
                  "classes");
   data.model = make_lca_model(data, options);
-  warn_of_equal_starts(options, data);
+  if (data.model.start_given)
+    warn_of_equal_starts(data.items.size(), static_cast<std::size_t>(options.classes),
+                         data.model.rho, "Classes", data.warnings);
   return data;
 }
 

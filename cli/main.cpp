@@ -9,7 +9,8 @@
 #include "impute_command.hpp"
 #include "input_error.hpp"
 #include "lca_command.hpp"
-#include "lca_run.hpp"
+#include "lta_command.hpp"
+#include "lta_model_file.hpp"
 #include "model_file.hpp"
 #include "output_file.hpp"
 
@@ -22,9 +23,11 @@ std::string version_text() {
 }
 
 exit_code run(int argc, char** argv) {
-  CLI::App app("Latent class analysis of data files", "tolvenra");
+  CLI::App app("Latent class and latent transition analysis of data files", "tolvenra");
   lca_options lca;
   CLI::App* lca_command = add_lca_command(app, lca);
+  lta_options lta;
+  CLI::App* lta_command = add_lta_command(app, lta);
   lca_options imputed;
   imputation_options wanted;
   CLI::App* impute_command = add_impute_command(app, imputed, wanted);
@@ -32,14 +35,11 @@ exit_code run(int argc, char** argv) {
   app.require_subcommand(1);
   try {
     app.parse(argc, argv);
-    if (!lca.model.empty()) {  // once more: the command line comes before the file
-      lca = read_model_file(lca.model);
-      app.parse(argc, argv);
-    }
-    if (!imputed.model.empty()) {
-      imputed = read_model_file(imputed.model);
-      app.parse(argc, argv);
-    }
+    const bool from_file = !lca.model.empty() || !lta.model.empty() || !imputed.model.empty();
+    if (!lca.model.empty()) lca = read_model_file(lca.model);
+    if (!lta.model.empty()) lta = read_lta_model_file(lta.model);
+    if (!imputed.model.empty()) imputed = read_model_file(imputed.model);
+    if (from_file) app.parse(argc, argv);  // once more: the command line comes before the file
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? exit_good : exit_bad_input;
   }
@@ -53,6 +53,8 @@ exit_code run(int argc, char** argv) {
     return run_impute_command(imputed, wanted);
   }
   forget_overridden(*lca_command, lca);
+  forget_overridden(*lta_command, lta);
+  if (lta_command->parsed()) return run_lta_command(lta);
   return lca_command->parsed() ? run_lca_command(lca) : exit_bad_input;
 }
 

@@ -389,4 +389,21 @@ parameter_model make_parameter_model(const parameter_space& space,
   return model_builder(space, rules, options).build();
 }
 
+void warn_of_equal_starts(std::size_t items, std::size_t classes, const std::vector<double>& rho,
+                          const char* latents, std::vector<std::string>& warnings) {
+  const auto same = [&](std::size_t a, std::size_t b) {
+    for (std::size_t at = 0; at < rho.size(); at += items * classes)
+      for (std::size_t j = 0; j < items; ++j)
+        if (rho[at + j + items * a] != rho[at + j + items * b]) return false;
+    return true;
+  };
+  for (std::size_t b = 1; b < classes; ++b)
+    for (std::size_t a = 0; a < b; ++a)
+      if (same(a, b))
+        warnings.push_back(
+            fmt::format("{} {} and {} start from the same response probabilities: the fit "
+                        "cannot tell them apart.",
+                        latents, a + 1, b + 1));
+}
+
 }  // namespace tolvenra::cli

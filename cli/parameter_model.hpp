@@ -47,4 +47,9 @@ parameter_model make_parameter_model(const parameter_space& space,
                                      const std::vector<family_rules>& rules,
                                      const analysis_options& options);
 
+/// Classes that start alike stay alike: EM cannot tell them apart.
+/// \param rho  starting values (item, class, ...) \param latents  "Classes" or "Statuses"
+void warn_of_equal_starts(std::size_t items, std::size_t classes, const std::vector<double>& rho,
+                          const char* latents, std::vector<std::string>& warnings);
+
 }  // namespace tolvenra::cli
