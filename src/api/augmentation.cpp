@@ -1,7 +1,10 @@
 #include "api/augmentation.hpp"
 
+#include <utility>
+
 #include "api/guarded.hpp"
 #include "api/lca_run.hpp"
+#include "api/lta_run.hpp"
 #include "estimation/augmentation.hpp"
 
 namespace tolvenra::api {
@@ -23,42 +26,56 @@ combined_parameter combined(const daparam<R>& probability, const daparam<R>& log
   return {combined(probability, imputations), combined(logit, imputations)};
 }
 
-/// Runs the chain on the loaded records of a driver.
-template <class Run>
-int32 run_chain(Run& run, const imputation_request& request, daresult& result) {
-  run_progress::fit_view view{&run.progress, 1, true};
-  run.progress.begin_stage(run_stage::starts, 1);
-  const da_options options{request.seed,    request.imputations,  request.burn_in,
-                           request.spacing, run.call.max_threads, view.watch()};
-  mlresult_type ml;
-  return estimation::run_da_procedure(run.dataset, run.model, run.param, options, result, ml,
-                                      run.err);
-}
-
-int32 impute(lca_run& run, const imputation_request& request, imputation_answer& answer) {
-  daresult result;
-  if (check_lca_boundary(run) != 0 || load_data(run) != 0 || load_model(run) != 0 ||
-      run_chain(run, request, result) != 0)
-    return -1;
+void take(daresult& result, const lca_run&, imputation_answer& answer) {
   answer.gamma = combined(result.gamma, result.logit_gamma, result.imputations);
   answer.rho = combined(result.rho, result.logit_rho, result.imputations);
-  answer.row_of_subject = std::move(result.kase_of_subject.flat);
   answer.cls = std::move(result.class_label_tracking_kase.flat);
   answer.responses = std::move(result.ciy_imp_save.flat);
-  return 0;
+}
+
+void take(daresult& result, const lta_run&, imputation_answer& answer) {
+  answer.delta = combined(result.delta, result.logit_delta, result.imputations);
+  answer.tau = combined(result.tau, result.logit_tau, result.imputations);
+  answer.big_rho = combined(result.big_rho, result.logit_big_rho, result.imputations);
+  answer.status = std::move(result.status_label_tracking_kase.flat);
+  answer.responses = std::move(result.siy_imp_save.flat);  // items, then times, as in y
+}
+
+/// Loads the records of a driver, runs the chain on them and takes its results.
+template <class Run, class Call>
+int32 impute(const Call& call, int32 (*check)(Run&), const imputation_request& request,
+             imputation_answer& answer) noexcept {
+  return guarded("impute", call.message, call.msg_len, [&] {
+    Run run(call);
+    run.message.begin();
+    run_progress::fit_view view{&run.progress, 1, true};
+    run.progress.begin_stage(run_stage::starts, 1);
+    const da_options options{request.seed,    request.imputations, request.burn_in,
+                             request.spacing, call.max_threads,    view.watch()};
+    daresult result;
+    mlresult_type ml;
+    if (check(run) != 0 || load_data(run) != 0 || load_model(run) != 0 ||
+        estimation::run_da_procedure(run.dataset, run.model, run.param, options, result, ml,
+                                     run.err) != 0) {
+      run.message.write(run.err);
+      return -1;
+    }
+    take(result, run, answer);
+    answer.row_of_subject = std::move(result.kase_of_subject.flat);
+    return 0;
+  });
 }
 
 }  // namespace
 
 std::int32_t impute_lca(const lca_call& call, const imputation_request& request,
                         imputation_answer& answer) noexcept {
-  return guarded("impute", call.message, call.msg_len, [&] {
-    lca_run run(call);
-    run.message.begin();
-    const int32 status = impute(run, request, answer);
-    if (status != 0) run.message.write(run.err);
-    return status;
-  });
+  return impute<lca_run>(call, check_lca_boundary, request, answer);
+}
+
+std::int32_t impute_lta(const lta_call& call, const imputation_request& request,
+                        imputation_answer& answer) noexcept {
+  return impute<lta_run>(call, check_lta_boundary, request, answer);
 }
 
 }  // namespace tolvenra::api

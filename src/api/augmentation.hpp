@@ -40,10 +40,13 @@ struct imputation_answer {
                                         ///< filled in; empty when none is missing
 };
 
-/// Imputes from the parameters that the call holds (start_given is true), the estimates of a fit;
-/// its restrictions and priors are in force. Reads no result address but the message and runs under
-/// the call's progress record. \return 0, or -1 with the report in the message
+/// Impute from the parameters that the call holds (start_given is true, or random_starts false),
+/// the estimates of a fit; its restrictions and priors are in force. Read no result address but the
+/// message and run under the call's progress record. \return 0, or -1 with the report in the
+/// message
 std::int32_t impute_lca(const lca_call& call, const imputation_request& request,
+                        imputation_answer& answer) noexcept;
+std::int32_t impute_lta(const lta_call& call, const imputation_request& request,
                         imputation_answer& answer) noexcept;
 
 }  // namespace tolvenra::api

@@ -1,7 +1,9 @@
+#include <cmath>
 #include <limits>
 
 #include "api/host_arrays.hpp"
 #include "api/lca_run.hpp"
+#include "estimation/standard_errors.hpp"
 
 namespace tolvenra::api {
 namespace {
@@ -97,6 +99,24 @@ int32 test_one(lca_run& run, int32 covariate, double& statistic) {
   return result.converged ? 0 : not_converged;
 }
 
+/// Under sampling weights or clusters a likelihood-ratio statistic is not chi-square; divided by
+/// its Rao-Scott factor it has the right mean. \return the factors of all covariates, 1 for plain
+/// data, NaN where the standard errors do not exist
+std::vector<double> correction_factors(const lca_run& run) {
+  std::vector<double> factors(run.test_stat.size(), 1.0);
+  if (!run.call.weight_given && !run.call.clusters) return factors;
+  const mlworkspace& work = run.best->work;
+  mlresult_type result;  // the run's own keeps what the host asked for
+  result.filled = true;
+  result.apparent_df = run.best->result.apparent_df;
+  error_type report;
+  const bool found = estimation::driver_of(work)(work, result, report) == 0;
+  for (std::size_t i = 0; i < factors.size(); ++i)
+    factors[i] =
+        found ? estimation::rao_scott_factor(work, result, static_cast<int32>(i) + 1) : nan;
+  return factors;
+}
+
 }  // namespace
 
 int32 test_covariates(lca_run& run) {
@@ -106,10 +126,16 @@ int32 test_covariates(lca_run& run) {
   run.test_stat.assign(call.test_stat, call.test_stat + count);
   run.test_p.assign(count, 1.0);
   run.test_status.assign(count, 0);
-  if (call.want_tests) run.progress.begin_stage(run_stage::covariate_tests, call.ncov);
+  std::vector<double> factors(count, 1.0);
+  if (call.want_tests) {
+    run.progress.begin_stage(run_stage::covariate_tests, call.ncov);
+    factors = correction_factors(run);
+  }
   for (std::size_t i = 0; i < count; ++i) {
     if (call.want_tests)
       run.test_status[i] = test_one(run, static_cast<int32>(i) + 1, run.test_stat[i]);
+    run.test_stat[i] /= factors[i];
+    if (std::isnan(factors[i]) && run.test_status[i] == 0) run.test_status[i] = 1;
     if (run.progress.cancelled()) return refuse_cancelled(run);
     const double df = (call.binary_wanted ? 1.0 : call.nc - 1.0) * call.nstr;
     if (fill_test_tail(run, i, df) != 0) return -1;

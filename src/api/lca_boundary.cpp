@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <limits>
-#include <string_view>
 
 #include "api/host_arrays.hpp"
 #include "api/lca_run.hpp"
@@ -33,26 +32,9 @@ int32 check_sizes(lca_run& run) {
   return 0;
 }
 
-int32 not_available(lca_run& run, std::string_view what) {
-  return refuse(run, {text(what, " not available yet.")});
-}
-
-/// Options whose part of the engine is still to come are refused, never ignored.
-int32 check_available(lca_run& run) {
-  const lca_call& call = run.call;
-  const bool tests = call.want_tests != 0 && call.test_stat && call.ncov > 0;
-  if (tests && (call.weight_given != 0 || call.clusters))
-    return not_available(run, "Tests of covariates with sampling weights or clusters are");
-  if (call.se_option != 0) return not_available(run, "The computation of standard errors is");
-  return 0;
-}
-
 }  // namespace
 
-int32 check_lca_boundary(lca_run& run) {
-  if (check_addresses(run) != 0 || check_sizes(run) != 0) return -1;
-  return check_available(run);
-}
+int32 check_lca_boundary(lca_run& run) { return check_addresses(run) == 0 ? check_sizes(run) : -1; }
 
 void enter_lca(const lca_run& run) {
   set_logical(run.call.converged, false);

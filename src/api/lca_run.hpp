@@ -17,7 +17,7 @@ struct lca_run : driver_run {
   std::vector<int32> drawn_class;
 };
 
-/// Required addresses, sizes that make copying unsafe, and options that are not built yet.
+/// Required addresses and sizes that make copying unsafe.
 int32 check_lca_boundary(lca_run& run);
 /// Cells and record that a run sets before anything can fail.
 void enter_lca(const lca_run& run);
@@ -28,5 +28,8 @@ int32 load_model(lca_run& run);
 int32 test_covariates(lca_run& run);
 /// All results but the per-start arrays, of a run that succeeded.
 int32 copy_out_lca(lca_run& run);
+/// Standard errors, after the estimates have been copied out: a failure leaves these and the
+/// status of the run, NaN in the cells of the standard errors, and its report in the message text.
+void standard_errors(lca_run& run);
 
 }  // namespace tolvenra::api

@@ -30,6 +30,11 @@ void run_progress::finish_start(bool fitted, double loglik) {
   ++starts_done_;
 }
 
+bool run_progress::announce() {
+  fit_view view{this, 1, true};
+  return on_iteration(&view, em_state{});
+}
+
 estimation::em_watch run_progress::fit_view::watch() { return {this, &run_progress::on_iteration}; }
 
 bool run_progress::on_iteration(void* context, const em_state& state) {

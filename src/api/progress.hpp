@@ -23,6 +23,8 @@ class run_progress {
   void begin_stage(run_stage stage, int32 nstarts);
   /// A start is done; `loglik` counts for the best one when it was fitted.
   void finish_start(bool fitted, double loglik);
+  /// Tells the host that the stage has begun. \return whether the host wants to stop
+  bool announce();
   [[nodiscard]] bool cancelled() const { return stop_.load(std::memory_order_relaxed); }
 
   /// What one thread reports while it fits a start; must outlive the fit.

@@ -132,7 +132,9 @@ int32 run_stages(lca_run& run) {
       load_model(run) != 0 || stabilise(run) != 0 || search_starts(run) != 0 ||
       compute_statistics(run) != 0 || test_covariates(run) != 0 || draw_classes(run) != 0)
     return -1;
-  return copy_out_lca(run);
+  if (copy_out_lca(run) != 0) return -1;
+  standard_errors(run);
+  return 0;
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
 #include <utility>
 
 #include "core/dynamic_allocation.hpp"
@@ -84,27 +83,55 @@ void list_subjects(const dataset_type& dataset, dawork& da) {
   for (double& w : da.weight) w *= sum / squares;
 }
 
-/// \param shared_rows  rows that differ; the others repeat them
+/// \param rows    the rows that are sampled
+/// \param shared  the element of `rows` that each element equals; empty: its own
 template <std::size_t R>
-void prepare_family(const prob_block<R>& block, da_family<R>& family) {
-  std::vector<int32> source(static_cast<std::size_t>(block.rows.nrows));
-  for (std::size_t m = 0; m < source.size(); ++m)
-    source[m] = static_cast<int32>(m) % block.shared_rows;
+void prepare_family(const prob_block<R>& block, const row_layout& rows,
+                    std::vector<std::size_t> shared, da_family<R>& family) {
   const std::span<const double> pseudo =
       block.use_prior ? std::span<const double>(block.pseudo) : std::span<const double>();
-  family.sampler = row_sampler(block.solver, block.rows, std::move(source), pseudo);
+  family.sampler = row_sampler(block.solver, rows, std::move(shared), pseudo);
   family.count.allocate(block.now.n);
 }
 
+/// rho, whose strata repeat the first one when they are held equal.
+void prepare_rho(const mlworkspace& work, da_family<4>& family) {
+  const prob_block<4>& rho = work.rho;
+  row_layout rows = rho.rows;
+  std::vector<std::size_t> shared;
+  if (rho.shared_rows < rows.nrows) {
+    rows.nrows = rho.shared_rows;
+    const auto stratum = static_cast<std::size_t>(rho.now.stride[3]);
+    for (std::size_t at = 0; at < rho.now.size(); ++at) shared.push_back(at % stratum);
+  }
+  prepare_family(rho, rows, std::move(shared), family);
+}
+
+void prepare_statuses(chain& run) {
+  const mlworkspace& work = run.work;
+  if (work.data.ni == 0) return;
+  prepare_family(work.delta, work.delta.rows, {}, run.da.delta);
+  prepare_family(work.tau, work.tau.rows, {}, run.da.tau);
+  const bool pooled = work.big_rho_pool.active();
+  prepare_family(work.big_rho, pooled ? work.big_rho_pool.rows : work.big_rho.rows,
+                 work.big_rho_pool.offset, run.da.big_rho);
+  run.da.recursion = std::make_unique<row_recursion>(work);
+  run.da.path = status_path(work.latent.ns, work.data.nt);
+}
+
 int32 prepare(chain& run, error_type& err) {
+  dawork& da = run.da;
   if (allocation::allocate_under("run_da_procedure: dawork%prior", here, err, [&] {
-        list_subjects(run.work.given.dataset, run.da);
-        prepare_family(run.work.gamma, run.da.gamma);
-        prepare_family(run.work.rho, run.da.rho);
-        run.da.freedom = freedom_of_labels(run.work);
+        list_subjects(run.work.given.dataset, da);
+        prepare_family(run.work.gamma, run.work.gamma.rows, {}, da.gamma);
+        prepare_rho(run.work, da.rho);
+        prepare_statuses(run);
+        da.freedom = freedom_of_labels(run.work);
       }) != 0)
     return -1;
-  if (!run.da.gamma.sampler.supported() || !run.da.rho.sampler.supported())
+  if (!da.gamma.sampler.supported() || !da.rho.sampler.supported() ||
+      !da.delta.sampler.supported() || !da.tau.sampler.supported() ||
+      !da.big_rho.sampler.supported())
     return fail(err, here,
                 {text("This pattern of equality restrictions is not supported"),
                  text("by data augmentation.")});
@@ -141,7 +168,6 @@ int32 allocate_arrays(chain& run, daresult& result, error_type& err) {
   const case_data& data = run.work.data;
   const int32 m = run.options.imputations;
   const int32 nc = run.work.latent.nc;
-  const int32 ns = run.work.latent.ns;
   const auto n = static_cast<int32>(run.da.kase.size());
   dawork& da = run.da;
   const auto make = [&]<class T, std::size_t R>(array<T, R>& a, std::array<int32, R> extents,
@@ -150,7 +176,7 @@ int32 allocate_arrays(chain& run, daresult& result, error_type& err) {
   };
   if (make(result.class_label_tracking, {nc, data.nstr, m},
            "run_da_procedure: daresult%class_label_tracking") != 0 ||
-      make(result.status_label_tracking, {ns, data.nt, nc, data.nstr, m},
+      make(result.status_label_tracking, {run.work.latent.ns, data.nt, nc, data.nstr, m},
            "run_da_procedure: daresult%status_label_tracking") != 0 ||
       make(result.class_label_tracking_kase, {n, m},
            "run_da_procedure: daresult%class_label_tracking_kase") != 0 ||
@@ -163,24 +189,46 @@ int32 allocate_arrays(chain& run, daresult& result, error_type& err) {
        make(da.ciy_imp_save, {n, data.nci, m}, "run_da_procedure: dawork%ciy_imp_save") != 0))
     return -1;
   std::copy(da.kase.begin(), da.kase.end(), result.kase_of_subject.flat.begin());
+  if (data.ni == 0) return 0;
+  if (make(result.status_label_tracking_kase, {n, data.nt, m},
+           "run_da_procedure: daresult%status_label_tracking_kase") != 0 ||
+      make(da.imputed_sta, {n, data.nt}, "run_da_procedure: dawork%imputed_sta") != 0 ||
+      make(da.imputed_sta_save, {n, data.nt, m}, "run_da_procedure: dawork%imputed_sta_save") != 0)
+    return -1;
+  if (data.missing &&
+      (make(da.siy_imp, {n, data.ni, data.nt}, "run_da_procedure: dawork%siy_imp") != 0 ||
+       make(da.siy_imp_save, {n, data.ni, data.nt, m}, "run_da_procedure: dawork%siy_imp_save") !=
+           0))
+    return -1;
   return 0;
 }
 
 /// The observed responses, which no cycle changes.
 void copy_responses(chain& run) {
-  if (!run.da.ciy_imp.allocated) return;
   const array<int32, 2>& y = *run.work.given.dataset.y;
-  for (int32 j = 1; j <= run.work.data.nci; ++j)
-    for (int32 k = 1; k <= run.da.ciy_imp.n[0]; ++k)
-      run.da.ciy_imp(k, j) = y(run.da.kase[static_cast<std::size_t>(k - 1)], j);
+  const auto nci = static_cast<std::size_t>(run.work.data.nci);
+  const std::size_t n = run.da.kase.size();
+  const auto copy = [&](std::vector<int32>& to, std::size_t first_column) {
+    for (std::size_t at = 0; at < to.size(); ++at)
+      to[at] = y(run.da.kase[at % n], static_cast<int32>(first_column + at / n) + 1);
+  };
+  copy(run.da.ciy_imp.flat, 0);
+  copy(run.da.siy_imp.flat, nci);  // its items, then times, are the columns of y
 }
 
 int32 run_psteps(chain& run, error_type& err) {
   mlworkspace& work = run.work;
   if (work.data.nci > 0 && pstep_rho(work, run.da, err) != 0)
     return fail(err, here, {text("Error in P step for rho")});
+  const bool statuses = work.data.ni > 0;
+  if (statuses && pstep_big_rho(work, run.da, err) != 0)
+    return fail(err, here, {text("Error in P step for big rho")});
   if (pstep_gamma(work, run.da, err) != 0)
     return fail(err, here, {text("Error in P step for gamma")});
+  if (statuses && pstep_delta(work, run.da, err) != 0)
+    return fail(err, here, {text("Error in P step for delta")});
+  if (statuses && pstep_tau(work, run.da, err) != 0)
+    return fail(err, here, {text("Error in P step for tau")});
   return 0;
 }
 
@@ -190,12 +238,26 @@ int32 save_imputation(chain& run, int32 imputation, daresult& result, error_type
     return fail(err, here, {text("Error computing per-imputation gamma estimates")});
   if (per_imputation_rho(run.work, run.da, imputation, result, err) != 0)
     return fail(err, here, {text("Error computing per-imputation rho estimates")});
+  if (run.work.data.ni == 0) return 0;
+  if (per_imputation_delta(run.work, run.da, imputation, result, err) != 0)
+    return fail(err, here, {text("Error computing per-imputation delta estimates")});
+  if (per_imputation_tau(run.work, run.da, imputation, result, err) != 0)
+    return fail(err, here, {text("Error computing per-imputation tau estimates")});
   return 0;
 }
 
 int32 run_estep(mlworkspace& work, error_type& err) {
   if (estep(work, err) == 0) return 0;
   return fail(err, here, {text("E-step for LTA failed at iteration ", work.em.iter)});
+}
+
+/// Posterior probabilities at the starting parameters, which give the labels.
+int32 keep_start(chain& run, error_type& err) {
+  return allocation::allocate_under("run_da_procedure: dawork%ml_cls", here, err, [&] {
+    run.da.ml_cls = run.work.post.cls;
+    std::vector<double> transitions;
+    if (run.work.data.ni > 0) status_posteriors(run.work, run.da.ml_cls_sta, transitions);
+  });
 }
 
 /// All cycles: the first imputation is that of the cycle after the burn-in.
@@ -208,10 +270,7 @@ int32 run_cycles(chain& run, daresult& result, error_type& err) {
   while (imputation <= options.imputations) {
     ++work.em.iter;
     if (run_estep(work, err) != 0) return -1;
-    if (work.em.iter == 1 &&
-        allocation::allocate_under("run_da_procedure: dawork%ml_cls", here, err,
-                                   [&] { run.da.ml_cls = work.post.cls; }) != 0)
-      return -1;
+    if (work.em.iter == 1 && keep_start(run, err) != 0) return -1;
     if (istep(work, run.da, imputation, err) != 0)
       return fail(err, here, {text("Error in I step"), text("for imputation ", imputation)});
     if (run_psteps(run, err) != 0) return -1;
@@ -243,6 +302,11 @@ void form_logit(const da_family<R>& family, daparam<R>& natural, daparam<R>& log
 int32 combine(chain& run, daresult& result, error_type& err) {
   form_logit(run.da.gamma, result.gamma, result.logit_gamma);
   form_logit(run.da.rho, result.rho, result.logit_rho);
+  if (run.work.data.ni > 0) {
+    form_logit(run.da.delta, result.delta, result.logit_delta);
+    form_logit(run.da.tau, result.tau, result.logit_tau);
+    form_logit(run.da.big_rho, result.big_rho, result.logit_big_rho);
+  }
   return for_each_parameter(result, [&](auto& natural, auto& logit, const da_wording& words) {
     if (compute_da_results(natural, err) != 0)
       return fail(err, here, {text(words.natural.combine)});
@@ -260,6 +324,11 @@ int32 hand_back(chain& run, param_type& param, daresult& result, mlresult_type& 
                                  [&] {
                                    work.gamma.now = relabelled_gamma(run.da.labels, work.gamma.now);
                                    work.rho.now = relabelled_rho(run.da.labels, work.rho.now);
+                                   if (work.data.ni == 0) return;
+                                   work.delta.now = relabelled_delta(run.da.labels, work.delta.now);
+                                   work.tau.now = relabelled_tau(run.da.labels, work.tau.now);
+                                   work.big_rho.now =
+                                       relabelled_big_rho(run.da.labels, work.big_rho.now);
                                  }) != 0 ||
       run_estep(work, err) != 0)
     return -1;
@@ -270,11 +339,20 @@ int32 hand_back(chain& run, param_type& param, daresult& result, mlresult_type& 
   ml.iter = work.em.iter;
   ml.loglik = work.em.loglik;
   ml.nc = work.latent.nc;
+  ml.ns = work.latent.ns;
+  ml.nt = work.data.nt;
   ml.rows = work.rows;
+  if (work.data.ni > 0 &&
+      allocation::allocate_under("run_da_procedure: mlresult%post_cls_sta", here, err, [&] {
+        status_posteriors(work, ml.post_cls_sta, ml.post_cls_adj_sta);
+      }) != 0)
+    return -1;
   ml.post_cls = std::move(work.post.cls);
   ml.filled = true;
   result.imputed_cls_save = std::exchange(run.da.imputed_cls_save, {});
   result.ciy_imp_save = std::exchange(run.da.ciy_imp_save, {});
+  result.imputed_sta_save = std::exchange(run.da.imputed_sta_save, {});
+  result.siy_imp_save = std::exchange(run.da.siy_imp_save, {});
   result.imputations = run.options.imputations;
   result.obtained = true;
   return 0;

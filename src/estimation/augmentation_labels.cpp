@@ -59,10 +59,26 @@ std::vector<int32> best_assignment(array<double, 2> agreement) {
 }  // namespace
 
 label_freedom freedom_of_labels(const mlworkspace& work) {
+  const param_type& set = work.given.param;
+  const bool statuses = work.data.ni > 0;
+  const bool plain_classes = unrestricted(work.gamma) && unrestricted(work.rho);
+  const bool plain_statuses = !statuses || (unrestricted(work.delta) && unrestricted(work.tau) &&
+                                            unrestricted(work.big_rho));
   label_freedom free;
-  free.classes = work.latent.nc > 1 && exchangeable(work.gamma, {0}) && exchangeable(work.rho, {1});
-  free.classes_by_stratum = free.classes && !work.rho_equal_across_strata &&
-                            unrestricted(work.gamma) && unrestricted(work.rho);
+  free.classes = work.latent.nc > 1 && exchangeable(work.gamma, {0}) &&
+                 exchangeable(work.rho, {1}) &&
+                 (!statuses || (exchangeable(work.delta, {1}) && exchangeable(work.tau, {3}) &&
+                                exchangeable(work.big_rho, {4})));
+  // On its own only what shares nothing that the labels could be read from.
+  free.classes_by_stratum =
+      free.classes && plain_classes && plain_statuses && !work.rho_equal_across_strata &&
+      (!statuses || !set.big_rho_equal_across_strata || set.big_rho_equal_across_class);
+  free.statuses = statuses && work.latent.ns > 1 && exchangeable(work.delta, {0}) &&
+                  exchangeable(work.tau, {0, 1}) && exchangeable(work.big_rho, {1});
+  const bool apart = free.statuses && plain_statuses;
+  free.statuses_by_time = apart && !set.big_rho_equal_across_time;
+  free.statuses_by_class = apart && !set.big_rho_equal_across_class;
+  free.statuses_by_stratum = apart && !set.big_rho_equal_across_strata;
   return free;
 }
 

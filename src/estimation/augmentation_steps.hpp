@@ -2,12 +2,15 @@
 /// P-steps and the estimates of an imputation, module `estimation`.
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "estimation/augmentation.hpp"
 #include "estimation/augmentation_labels.hpp"
 #include "estimation/mlworkspace.hpp"
+#include "estimation/row_recursion.hpp"
 #include "estimation/row_sampler.hpp"
+#include "estimation/status_path.hpp"
 #include "numerics/random_generator.hpp"
 
 namespace tolvenra {
@@ -37,9 +40,15 @@ struct dawork {
   ran_state_type random;
   da_family<2> gamma;
   da_family<4> rho;
+  da_family<3> delta;
+  da_family<5> tau;
+  da_family<6> big_rho;
+  std::unique_ptr<estimation::row_recursion> recursion;  ///< of one row; null without status items
+  estimation::status_path path;
   estimation::label_freedom freedom;
   estimation::label_map labels;  ///< of the imputation saved last
   std::vector<double> ml_cls;  ///< class probabilities at the starting parameters, by distinct row
+  std::vector<double> ml_cls_sta;  ///< and those of classes and statuses, (nc, nt, ns) by row
   estimation::label_agreement agreement;
   estimation::row_estimates estimates;
 };
@@ -55,16 +64,24 @@ int32 istep(const mlworkspace& work, dawork& da, int32 imputation, error_type& e
 
 // Draw the parameters of a family given the imputed counts.
 int32 pstep_rho(mlworkspace& work, dawork& da, error_type& err);
+int32 pstep_big_rho(mlworkspace& work, dawork& da, error_type& err);
 int32 pstep_gamma(mlworkspace& work, dawork& da, error_type& err);
+int32 pstep_delta(mlworkspace& work, dawork& da, error_type& err);
+int32 pstep_tau(mlworkspace& work, dawork& da, error_type& err);
 
 /// Finds the labels of the current imputation and stores them with the draws.
 int32 track_labels(const mlworkspace& work, dawork& da, int32 imputation, daresult& result,
                    error_type& err);
 
-// Store estimates and within-imputation variances of the current imputation.
+// Store estimates and within-imputation variances of the current imputation; rho and big_rho
+// together.
 int32 per_imputation_gamma(const mlworkspace& work, dawork& da, int32 imputation, daresult& result,
                            error_type& err);
 int32 per_imputation_rho(const mlworkspace& work, dawork& da, int32 imputation, daresult& result,
+                         error_type& err);
+int32 per_imputation_delta(const mlworkspace& work, dawork& da, int32 imputation, daresult& result,
+                           error_type& err);
+int32 per_imputation_tau(const mlworkspace& work, dawork& da, int32 imputation, daresult& result,
                          error_type& err);
 
 }  // namespace estimation

@@ -45,7 +45,12 @@ struct mlresult_type {
   std::shared_ptr<const distinct_rows> rows;
   std::vector<double> observed, expected;  ///< by response pattern
   std::vector<int32> pattern_row;          ///< first distinct row of each pattern, 1-based
-  array<double, 2> cov_b;
+  // Standard errors (standard_errors.hpp); allocated once they have been computed.
+  array<double, 2> std_gamma, std_gamma_model;  ///< (nc, nstr) robust; from the information alone
+  array<double, 4> std_rho;                     ///< (nci, nc, nrcmax, nstr)
+  array<double, 3> std_beta;                    ///< (ncov+1, nc, nstr), with covariates
+  array<double, 2> cov_b, cov_b_model;          ///< covariance of the membership coefficients
+  int32 n_boundary = 0;                         ///< free parameters held at a boundary estimate
 };
 
 namespace estimation {

@@ -9,10 +9,8 @@
 namespace tolvenra::estimation {
 
 row_sampler::row_sampler(const row_solver& solver, const row_layout& layout,
-                         std::vector<int32> source, std::span<const double> pseudo)
-    : rules_(solver), layout_(layout), source_(std::move(source)) {
-  for (std::size_t m = 0; m < source_.size(); ++m)
-    sharing_ = sharing_ || source_[m] != static_cast<int32>(m);
+                         std::vector<std::size_t> shared, std::span<const double> pseudo)
+    : rules_(solver), layout_(layout), shared_(std::move(shared)) {
   for (const auto& g : rules_.groups_)
     if (g.dead) nothing_left_.insert(nothing_left_.end(), g.elements.begin(), g.elements.end());
   for (const auto& r : rules_.rows_)
@@ -50,22 +48,18 @@ bool row_sampler::supported() const {
 }
 
 void row_sampler::sum_shared(std::span<const double> counts) {
-  sum_.assign(counts.begin(), counts.end());
-  if (!sharing_) return;
-  for (std::size_t m = 0; m < source_.size(); ++m) {
-    if (source_[m] == static_cast<int32>(m)) continue;
-    for (int32 r = 0; r < layout_.length[m]; ++r)
-      sum_[static_cast<std::size_t>(layout_.base(source_[m]) + r * layout_.step)] +=
-          counts[static_cast<std::size_t>(layout_.base(static_cast<int64>(m)) + r * layout_.step)];
+  if (shared_.empty()) {
+    sum_.assign(counts.begin(), counts.end());
+    return;
   }
+  sum_.assign(static_cast<std::size_t>(layout_.nrows) * static_cast<std::size_t>(layout_.width),
+              0.0);
+  for (std::size_t at = 0; at < counts.size(); ++at) sum_[shared_[at]] += counts[at];
 }
 
-void row_sampler::share(std::span<double> values) const {
-  if (!sharing_) return;
-  for (std::size_t m = 0; m < source_.size(); ++m)
-    for (int32 r = 0; r < layout_.length[m]; ++r)
-      values[static_cast<std::size_t>(layout_.base(static_cast<int64>(m)) + r * layout_.step)] =
-          values[static_cast<std::size_t>(layout_.base(source_[m]) + r * layout_.step)];
+/// Gives every element of the family's array the value of the row it shares.
+void row_sampler::spread(std::span<const double> values, std::span<double> to) const {
+  for (std::size_t at = 0; at < to.size(); ++at) to[at] = values[shared_[at]];
 }
 
 /// Pooled shapes of the groups' masses and, last, of the free part.
@@ -113,9 +107,8 @@ int32 row_sampler::draw_masses(ran_state_type& state, const component& c, std::s
   return 0;
 }
 
-int32 row_sampler::draw(ran_state_type& state, std::span<const double> counts,
-                        std::span<double> values, const routine& here, error_type& err) {
-  sum_shared(counts);
+int32 row_sampler::draw_rows(ran_state_type& state, std::span<double> values, const routine& here,
+                             error_type& err) {
   for (const std::size_t at : nothing_left_) values[at] = 0.0;
   for (const component& c : rules_.components_) {
     if (!c.groups.empty() && draw_masses(state, c, values, here, err) != 0) return -1;
@@ -132,7 +125,17 @@ int32 row_sampler::draw(ran_state_type& state, std::span<const double> counts,
       for (std::size_t k = 0; k < r.free.size(); ++k) values[r.free[k]] = left * drawn_[k];
     }
   }
-  share(values);
+  return 0;
+}
+
+int32 row_sampler::draw(ran_state_type& state, std::span<const double> counts,
+                        std::span<double> values, const routine& here, error_type& err) {
+  sum_shared(counts);
+  if (shared_.empty()) return draw_rows(state, values, here, err);
+  values_.resize(sum_.size());
+  for (std::size_t at = values.size(); at-- > 0;) values_[shared_[at]] = values[at];
+  if (draw_rows(state, values_, here, err) != 0) return -1;
+  spread(values_, values);
   return 0;
 }
 
@@ -175,26 +178,33 @@ void row_sampler::estimate(std::span<const double> counts, std::span<const doubl
                            row_estimates& out) {
   sum_shared(counts);
   out.q.assign(values.begin(), values.end());
-  out.var.assign(values.size(), 0.0);
-  out.eff_n.assign(values.size(), 0.0);
-  out.n.assign(values.size(), 0.0);
-  for (std::size_t m = 0; m < source_.size(); ++m) {
-    if (source_[m] != static_cast<int32>(m)) continue;
-    const int64 base = layout_.base(static_cast<int64>(m));
-    double n = 0.0;
-    for (int32 r = 0; r < layout_.length[m]; ++r)
-      n += sum_[static_cast<std::size_t>(base + r * layout_.step)];
-    for (int32 r = 0; r < layout_.length[m]; ++r) {
-      const auto at = static_cast<std::size_t>(base + r * layout_.step);
-      out.n[at] = out.eff_n[at] = n;
-    }
+  if (!shared_.empty()) {
+    out.q.assign(sum_.size(), 0.0);
+    for (std::size_t at = values.size(); at-- > 0;) out.q[shared_[at]] = values[at];
   }
+  out.var.assign(sum_.size(), 0.0);
+  out.n.assign(sum_.size(), 0.0);
+  for (int32 m = 0; m < layout_.nrows; ++m) {
+    const auto at = [&](int32 r) {
+      return static_cast<std::size_t>(layout_.base(m) + r * layout_.step);
+    };
+    const int32 length = layout_.length[static_cast<std::size_t>(m)];
+    double n = 0.0;
+    for (int32 r = 0; r < length; ++r) n += sum_[at(r)];
+    for (int32 r = 0; r < length; ++r) out.n[at(r)] = n;
+  }
+  out.eff_n = out.n;
   for (const std::size_t at : nothing_left_) out.q[at] = 0.0;
   for (const component& c : rules_.components_) {
     sum_shapes(c);
     estimate_component(c, out);
   }
-  for (auto* values_of : {&out.q, &out.var, &out.eff_n, &out.n}) share(*values_of);
+  if (shared_.empty()) return;
+  for (auto* of_rows : {&out.q, &out.var, &out.eff_n, &out.n}) {
+    values_ = *of_rows;
+    of_rows->resize(values.size());
+    spread(values_, *of_rows);
+  }
 }
 
 logit_estimate on_logit_scale(double q, double var, double eff_n, double n) {

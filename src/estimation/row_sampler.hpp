@@ -37,11 +37,13 @@ struct row_estimates {
 class row_sampler {
  public:
   row_sampler() = default;
-  /// \param solver  the decoded restrictions; must hold every row that is its own source
-  /// \param source  row whose values each row takes (0-based); its own number unless rows are
-  /// shared \param pseudo  prior counts in the layout of the values; empty: none \throws
-  /// std::bad_alloc
-  row_sampler(const row_solver& solver, const row_layout& layout, std::vector<int32> source,
+  /// \param solver  the decoded restrictions of the rows that are sampled
+  /// \param layout  of these rows
+  /// \param shared  where rows are held equal: the element, in `layout`, that each element of the
+  ///                family's array takes its value from; empty: every row is on its own
+  /// \param pseudo  prior counts in the family's array; empty: none
+  /// \throws std::bad_alloc
+  row_sampler(const row_solver& solver, const row_layout& layout, std::vector<std::size_t> shared,
               std::span<const double> pseudo);
 
   /// False when equality groups leave no closed form.
@@ -61,21 +63,23 @@ class row_sampler {
 
   void set_prior(std::span<const double> pseudo);
   void sum_shared(std::span<const double> counts);
-  void share(std::span<double> values) const;
+  void spread(std::span<const double> values, std::span<double> to) const;
   void sum_shapes(const component& c);
   int32 draw_dirichlet(ran_state_type& state, const routine& here, error_type& err);
+  int32 draw_rows(ran_state_type& state, std::span<double> values, const routine& here,
+                  error_type& err);
   int32 draw_masses(ran_state_type& state, const component& c, std::span<double> values,
                     const routine& here, error_type& err);
   void estimate_component(const component& c, row_estimates& out) const;
 
   row_solver rules_;
   row_layout layout_;
-  std::vector<int32> source_;
-  bool sharing_ = false;
+  std::vector<std::size_t> shared_;
   std::vector<std::size_t> nothing_left_;  ///< elements that the restrictions force to 0
   std::vector<double> prior_;              ///< prior counts by element, of the split of a free part
   std::vector<double> pooled_prior_;       ///< and of the masses of groups and free parts
-  std::vector<double> sum_;                ///< counts, shared rows summed into their source
+  std::vector<double> sum_;                ///< counts of the sampled rows
+  std::vector<double> values_;             ///< and their values, where rows are shared
   std::vector<double> masses_;             ///< pooled shapes of a component: groups, then free part
   std::vector<double> shapes_, drawn_;     ///< of the vector at hand
 };

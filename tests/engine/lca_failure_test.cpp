@@ -46,8 +46,6 @@ TEST(LcaFailure, SaysWhatIsWrong) {
        },
        "There are no cases in stratum (group) 2.\r\nEvery stratum must have at least one case.\r\n"
        "OCCURRED IN: runlca"},
-      {"standard errors", [](auto& p) { p.se_option = 1; },
-       "The computation of standard errors is not available yet.\r\nOCCURRED IN: runlca"},
   };
   for (const auto& t : cases) {
     SCOPED_TRACE(t.why);

@@ -4,6 +4,8 @@
 #include <random>
 #include <stdexcept>
 
+#include "numerics/cdf.hpp"
+
 namespace tolvenra::test {
 namespace {
 
@@ -54,6 +56,84 @@ da_problem::da_problem(const lca_problem& fit) {
   good(param::put_rho(array_of<double>(fit.rho, by_cell), param, err));
   options.seed = 1;
   options.max_threads = 1;
+}
+
+da_problem::da_problem(const lta_problem& fit) {
+  const std::array<int32, 1> by_case{fit.nkase};
+  const std::array<int32, 3> delta_shape{fit.ns, 1, fit.nstr};
+  const std::array<int32, 5> tau_shape{fit.ns, fit.ns, fit.nt - 1, 1, fit.nstr};
+  const std::array<int32, 6> rho_shape{fit.ni, fit.ns, fit.nrsmax(), fit.nt, 1, fit.nstr};
+  const auto good = [&](int32 status) { expect(status, err); };
+  good(dataset::put_nt(fit.nt, dataset, err));
+  good(dataset::put_nrs(array_of<int32>(fit.nrs, std::array<int32, 1>{fit.ni}), dataset, err));
+  good(dataset::put_nstr(fit.nstr, dataset, err));
+  good(dataset::put_y(array_of<int32>(fit.y, std::array<int32, 2>{fit.nkase, fit.ni * fit.nt}),
+                      dataset, err));
+  if (!fit.freq.empty()) good(dataset::put_freq(array_of<double>(fit.freq, by_case), dataset, err));
+  if (!fit.strata.empty())
+    good(dataset::put_strata(array_of<int32>(fit.strata, by_case), dataset, err));
+  good(model::put_ns(fit.ns, model, err));
+  std::vector<int32> dims{0, fit.ni, fit.nt, 0, 0, 0, fit.nstr, 1, fit.ns};
+  dims.insert(dims.end(), fit.nrs.begin(), fit.nrs.end());
+  good(param::put_dims(array_of<int32>(dims, std::array<int32, 1>{9 + fit.ni}), param, err));
+  good(param::put_big_rho_equal_across_strata(fit.equal_strata, param, err));
+  good(param::put_big_rho_equal_across_time(fit.equal_time, param, err));
+  if (!fit.delta_restrictions.empty())
+    good(param::put_delta_restrictions(array_of<int32>(fit.delta_restrictions, delta_shape), param,
+                                       err));
+  if (!fit.tau_restrictions.empty())
+    good(param::put_tau_restrictions(array_of<int32>(fit.tau_restrictions, tau_shape), param, err));
+  if (!fit.big_rho_restrictions.empty())
+    good(param::put_big_rho_restrictions(array_of<int32>(fit.big_rho_restrictions, rho_shape),
+                                         param, err));
+  good(param::put_delta(array_of<double>(fit.delta, delta_shape), param, err));
+  good(param::put_tau(array_of<double>(fit.tau, tau_shape), param, err));
+  good(param::put_big_rho(array_of<double>(fit.big_rho, rho_shape), param, err));
+  options.seed = 1;
+  options.max_threads = 1;
+}
+
+double log_dirichlet_multinomial(const std::vector<double>& counts,
+                                 const std::vector<double>& prior) {
+  double n = 0.0;
+  double a = 0.0;
+  double sum = 0.0;
+  for (std::size_t r = 0; r < counts.size(); ++r) {
+    n += counts[r];
+    a += prior[r];
+    sum += std::lgamma(counts[r] + prior[r]) - std::lgamma(prior[r]);
+  }
+  return sum + std::lgamma(a) - std::lgamma(a + n);
+}
+
+double tail_of_fit(const std::vector<double>& observed, const std::vector<double>& probability) {
+  double n = 0.0;
+  for (const double count : observed) n += count;
+  double rare = 0.0;
+  double rare_expected = 0.0;
+  double x2 = 0.0;
+  double cells = 0.0;
+  for (std::size_t z = 0; z < observed.size(); ++z) {
+    const double expected = n * probability[z];
+    if (expected == 0.0 && observed[z] > 0.0) return 0.0;
+    if (expected < 5.0) {
+      rare += observed[z];
+      rare_expected += expected;
+      continue;
+    }
+    x2 += (observed[z] - expected) * (observed[z] - expected) / expected;
+    ++cells;
+  }
+  if (rare_expected >= 1.0) {
+    x2 += (rare - rare_expected) * (rare - rare_expected) / rare_expected;
+    ++cells;
+  }
+  double p = 0.0;
+  double q = 0.0;
+  double df = cells - 1.0;
+  error_type err;
+  expect(cdf::cdf_chi(1, p, q, x2, df, err), err);
+  return q;
 }
 
 void coverage_study::add(unsigned seed, const da_options& options) {

@@ -1,4 +1,4 @@
-/// \file da_problem.hpp  Data augmentation of a latent class analysis, as the tests pose it.
+/// \file da_problem.hpp  Data augmentation, as the tests pose it.
 #pragma once
 
 #include <array>
@@ -8,6 +8,7 @@
 #include "core/error_handler.hpp"
 #include "estimation/augmentation.hpp"
 #include "support/lca_problem.hpp"
+#include "support/lta_problem.hpp"
 
 namespace tolvenra::test {
 
@@ -22,11 +23,20 @@ struct da_problem {
   error_type err;
 
   explicit da_problem(const lca_problem& fit);
+  explicit da_problem(const lta_problem& fit);
   /// \return the status of the procedure
   int32 run() {
     return estimation::run_da_procedure(dataset, model, param, options, result, ml, err);
   }
 };
+
+/// Log probability of counts, their probabilities integrated out under a Dirichlet prior.
+double log_dirichlet_multinomial(const std::vector<double>& counts,
+                                 const std::vector<double>& prior);
+
+/// Upper tail of the chi-square statistic of observed counts against probabilities; cells that are
+/// expected fewer than five times count as one. 0 when an impossible cell was observed.
+double tail_of_fit(const std::vector<double>& observed, const std::vector<double>& probability);
 
 /// A study of interval coverage: 500 cases of two classes on six dichotomous items, the intervals
 /// of 90 %.

@@ -95,6 +95,20 @@ api::lca_call lca_problem::prepare() {
   call.response_patterns = patterns.data();
   call.pattern_counts = pattern_counts.data();
   call.se_option = se_option;
+  if (se_option != 0) {
+    const int blocks = binary > 0 ? 1 : nc - 1;
+    const auto order = static_cast<std::size_t>((ncov + 1) * blocks * nstr);
+    std_gamma.assign(gamma.size(), -1.0);
+    std_gamma_model.assign(gamma.size(), -1.0);
+    std_rho.assign(cells, -1.0);
+    std_beta.assign(beta.size(), -1.0);
+    cov_b.assign(order * order, -1.0);
+    call.std_gamma = std_gamma.data();
+    call.std_gamma_model = std_gamma_model.data();
+    call.std_rho = std_rho.data();
+    call.std_beta = std_beta.data();
+    call.cov_b = cov_b.data();
+  }
   call.run_info = run_info.data();
   call.start_given = start_given ? 1 : 0;
   call.gamma_restrictions = address(gamma_restrictions);

@@ -35,6 +35,7 @@ struct lca_problem {
   std::vector<double> gamma, rho, post_cls, pattern_counts, llvec, madvec;
   std::vector<std::int32_t> patterns, drawn, start_seeds, start_iter, start_status;
   std::vector<double> start_loglik;
+  std::vector<double> std_gamma, std_gamma_model, std_rho, std_beta, cov_b;  ///< with se_option
   std::vector<std::uint8_t> start_converged;
   std::array<std::int32_t, 16> run_info{};
   std::array<std::int32_t, 9> n_params{};

@@ -86,9 +86,12 @@ const std::vector<pattern> patterns = {
 };
 
 row_sampler sampler_of(const pattern& t) {
-  const row_layout layout = two_rows();
-  const row_solver solver(t.codes, t.values, layout, t.shared ? 1 : 2);
-  return {solver, layout, t.shared ? std::vector<int32>{0, 0} : std::vector<int32>{0, 1}, t.pseudo};
+  row_layout layout = two_rows();
+  if (t.shared) layout.nrows = 1;
+  const row_solver solver(t.codes, t.values, layout, layout.nrows);
+  return {solver, layout,
+          t.shared ? std::vector<std::size_t>{0, 1, 2, 0, 1, 2} : std::vector<std::size_t>{},
+          t.pseudo};
 }
 
 TEST(RowSampler, DrawsHaveThePosteriorsMomentsAndKeepTheRestrictions) {
@@ -160,7 +163,7 @@ TEST(RowSampler, EqualityWithoutAClosedFormIsNotSupported) {
   const row_layout layout = two_rows();
   const std::vector<double> values{.2, .3, .5, .1, .2, .7};
   const std::vector<int32> codes{2, 1, 1, 3, 2, 3};  // one member against one, and other free parts
-  EXPECT_FALSE(row_sampler(row_solver(codes, values, layout, 2), layout, {0, 1}, {}).supported());
+  EXPECT_FALSE(row_sampler(row_solver(codes, values, layout, 2), layout, {}, {}).supported());
 }
 
 TEST(RowSampler, TheLogitScaleStaysFiniteAtTheBounds) {
