@@ -1,12 +1,12 @@
 /// \file imputation.hpp  Multiple imputation: what is asked for, what comes back.
 #pragma once
 
-#include <CLI/App.hpp>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "lca_run.hpp"
+#include "lta_run.hpp"
 
 namespace tolvenra::cli {
 
@@ -27,20 +27,25 @@ struct combined_parameter {
   combined_estimates probability, logit;
 };
 
-/// Subjects are the rows of the data, a row of frequency f counting as f subjects.
+/// Subjects are the cases, a case of frequency f counting as f subjects.
 struct imputation {
   bool completed = false;
-  std::string message;  ///< the engine's report when it failed
-  combined_parameter gamma, rho;
-  std::vector<std::int32_t> row_of_subject;  ///< from 1
-  std::vector<std::int32_t> cls;        ///< (subjects, imputations), as the engine numbers them
-  std::vector<std::int32_t> responses;  ///< (subjects, items, imputations); empty when no
-                                        ///< response is missing
+  std::string message;                ///< the engine's report when it failed
+  combined_parameter shares;          ///< gamma, or delta of the first time
+  combined_parameter transitions;     ///< tau; empty for latent classes
+  combined_parameter responses;       ///< rho or big_rho
+  std::vector<std::int32_t> case_of;  ///< [subject], from 1
+  std::vector<std::int32_t> latent;   ///< (subjects, times, imputations) class or status, from 1
+  std::vector<std::int32_t> filled;   ///< (subjects, columns of responses, imputations) categories;
+                                      ///< empty when none is missing
 };
 
-/// Imputes from the estimates of a fit.
+/// Impute from the estimates of a fit.
 imputation impute(const lca_data& data, const lca_options& options,
                   const imputation_options& wanted, const lca_fit& fit,
+                  tolvenra_progress* progress);
+imputation impute(const lta_data& data, const lta_options& options,
+                  const imputation_options& wanted, const lta_fit& fit,
                   tolvenra_progress* progress);
 
 }  // namespace tolvenra::cli

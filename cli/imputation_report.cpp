@@ -13,22 +13,6 @@ namespace {
 /// Beyond this many degrees of freedom the t distribution is the normal one in all printed digits.
 constexpr double printed_df = 1e6;
 
-/// A table under construction: the parameters share one array.
-class table_builder {
- public:
-  table_builder(std::string family, std::string heading, const combined_parameter& of)
-      : table_{std::move(family), std::move(heading), {}}, of_(of) {}
-
-  void add(std::vector<std::pair<std::string, std::string>> index, std::size_t at) {
-    table_.parameters.push_back({std::move(index), &of_, at});
-  }
-  parameter_table take() { return std::move(table_); }
-
- private:
-  parameter_table table_;
-  const combined_parameter& of_;
-};
-
 std::string capitalised(std::string word) {
   word.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(word.front())));
   return word;
@@ -46,39 +30,6 @@ json scale_json(const combined_estimates& scale, std::size_t at) {
 }
 
 }  // namespace
-
-std::vector<parameter_table> lca_tables(const lca_data& data, const lca_options& options,
-                                        const lca_answer& answer, const imputation& result) {
-  const std::size_t nc = answer.order.size();
-  const std::size_t nitem = data.items.size();
-  const auto nrcmax = static_cast<std::size_t>(most_categories_of(data));
-  std::vector<parameter_table> tables;
-  table_builder shares("gamma", "Class shares", result.gamma);
-  for (std::size_t g = 0; g < data.groups(); ++g)
-    for (std::size_t k = 0; k < nc; ++k) {
-      std::vector<std::pair<std::string, std::string>> index{{"class", answer.class_labels[k]}};
-      if (data.group) index.insert(index.begin(), {"group", data.group->labels[g]});
-      shares.add(std::move(index), answer.order[k] + nc * g);
-    }
-  tables.push_back(shares.take());
-  const std::size_t groups = options.invariant ? 1 : data.groups();
-  for (std::size_t g = 0; g < groups; ++g) {
-    std::string heading = "Item-response probabilities";
-    if (options.invariant) heading += " in every group";
-    if (data.group && !options.invariant)
-      heading += fmt::format(" in group {}", data.group->labels[g]);
-    table_builder responses("rho", heading, result.rho);
-    for (std::size_t j = 0; j < nitem; ++j)
-      for (std::size_t r = 0; r < data.items[j].labels.size(); ++r)
-        for (std::size_t k = 0; k < nc; ++k)
-          responses.add({{"item", data.items[j].name},
-                         {"category", data.items[j].labels[r]},
-                         {"class", answer.class_labels[k]}},
-                        j + nitem * (answer.order[k] + nc * (r + nrcmax * g)));
-    tables.push_back(responses.take());
-  }
-  return tables;
-}
 
 std::string imputation_section(const analysis_options& options, const imputation_options& wanted) {
   return fmt::format(
@@ -137,6 +88,7 @@ json combined_json(const std::vector<parameter_table>& tables) {
   for (const parameter_table& table : tables)
     for (const printed_parameter& parameter : table.parameters) {
       json& one = parameters.emplace_back(json{{"parameter", table.family}});
+      for (const auto& [name, value] : table.common) one[name] = value;
       for (const auto& [name, value] : parameter.index) one[name] = value;
       one.update(scale_json(parameter.of->probability, parameter.at));
       one["logit"] = scale_json(parameter.of->logit, parameter.at);

@@ -17,6 +17,41 @@ combined_parameter taken(api::combined_parameter& from) {
   return {taken(from.probability), taken(from.logit)};
 }
 
+/// Sets what both calls have in common.
+template <class Call>
+void set_common(Call& call, const case_data& data, const analysis_options& options,
+                std::vector<char>& message, tolvenra_progress* progress) {
+  call.progress = progress;
+  call.nkase = static_cast<std::int32_t>(data.rows);
+  call.nstr = static_cast<std::int32_t>(data.groups());
+  call.strata_given = data.group ? 1 : 0;
+  call.strata = data.group ? data.group->code.data() : nullptr;
+  call.freq_given = data.freq.empty() ? 0 : 1;
+  call.freq = data.freq.data();
+  call.seed = options.seed;
+  call.criterion = options.criterion;
+  call.max_iter = options.max_iter;
+  call.max_threads = options.threads;
+  call.msg_len = static_cast<std::int32_t>(message.size());
+  call.message = message.data();
+}
+
+api::imputation_request request_of(const imputation_options& wanted,
+                                   const analysis_options& options) {
+  return {wanted.imputations, wanted.burn_in, wanted.spacing, options.seed};
+}
+
+/// What both answers have in common.
+imputation common_part(std::int32_t status, const std::vector<char>& message,
+                       api::imputation_answer& answer) {
+  imputation result;
+  result.completed = status == 0;
+  result.message = trimmed(message);
+  result.case_of = std::move(answer.row_of_subject);
+  result.filled = std::move(answer.responses);
+  return result;
+}
+
 }  // namespace
 
 imputation impute(const lca_data& data, const lca_options& options,
@@ -29,17 +64,11 @@ imputation impute(const lca_data& data, const lca_options& options,
   std::vector<char> message(8192, ' ');
 
   api::lca_call call{};
-  call.progress = progress;
+  set_common(call, data, options, message, progress);
   call.nci = static_cast<std::int32_t>(data.items.size());
   call.nrc = nrc.data();
   call.nrcmax = most_categories_of(data);
-  call.nkase = static_cast<std::int32_t>(data.rows);
-  call.nstr = static_cast<std::int32_t>(data.groups());
   call.y = y.data();
-  call.strata_given = data.group ? 1 : 0;
-  call.strata = data.group ? data.group->code.data() : nullptr;
-  call.freq_given = data.freq.empty() ? 0 : 1;
-  call.freq = data.freq.data();
   call.weight_given = data.weight.empty() ? 0 : 1;
   call.weight = data.weight.data();
   call.nc = options.classes;
@@ -50,26 +79,55 @@ imputation impute(const lca_data& data, const lca_options& options,
   call.rho_restrictions = data_or_null(data.model.rho_code);
   call.start_given = 1;
   call.nstarts = 1;
-  call.seed = options.seed;
   call.rho_prior_strength = options.prior_rho;
   call.gamma_prior_strength = options.prior_gamma;
-  call.criterion = options.criterion;
-  call.max_iter = options.max_iter;
-  call.max_threads = options.threads;
-  call.msg_len = static_cast<std::int32_t>(message.size());
-  call.message = message.data();
 
   api::imputation_answer answer;
-  imputation result;
-  result.completed =
-      api::impute_lca(call, {wanted.imputations, wanted.burn_in, wanted.spacing, options.seed},
-                      answer) == 0;
-  result.message = trimmed(message);
-  result.gamma = taken(answer.gamma);
-  result.rho = taken(answer.rho);
-  result.row_of_subject = std::move(answer.row_of_subject);
-  result.cls = std::move(answer.cls);
-  result.responses = std::move(answer.responses);
+  const std::int32_t status = api::impute_lca(call, request_of(wanted, options), answer);
+  imputation result = common_part(status, message, answer);
+  result.shares = taken(answer.gamma);
+  result.responses = taken(answer.rho);
+  result.latent = std::move(answer.cls);
+  return result;
+}
+
+imputation impute(const lta_data& data, const lta_options& options,
+                  const imputation_options& wanted, const lta_fit& fit,
+                  tolvenra_progress* progress) {
+  std::vector<std::int32_t> nrs;
+  for (const categories& item : data.item_labels)
+    nrs.push_back(static_cast<std::int32_t>(item.labels.size()));
+  const std::vector<std::int32_t> y = response_matrix(data);
+  std::vector<double> delta = fit.delta;
+  std::vector<double> tau = fit.tau;
+  std::vector<double> rho = fit.rho;
+  std::vector<char> message(8192, ' ');
+
+  api::lta_call call{};
+  set_common(call, data, options, message, progress);
+  call.ni = static_cast<std::int32_t>(nrs.size());
+  call.nrs = nrs.data();
+  call.nrsmax = most_categories_of(data);
+  call.nt = static_cast<std::int32_t>(data.ntime());
+  call.y = y.data();
+  call.ns = options.statuses;
+  call.big_rho_equal_strata = options.equal_over("group") ? 1 : 0;
+  call.big_rho_equal_time = options.equal_over("time") ? 1 : 0;
+  call.delta = delta.data();
+  call.tau = tau.data();
+  call.big_rho = rho.data();
+  call.delta_restrictions = data_or_null(data.model.delta_code);
+  call.tau_restrictions = data_or_null(data.model.tau_code);
+  call.big_rho_restrictions = data_or_null(data.model.rho_code);
+  call.random_starts = 0;
+
+  api::imputation_answer answer;
+  const std::int32_t status = api::impute_lta(call, request_of(wanted, options), answer);
+  imputation result = common_part(status, message, answer);
+  result.shares = taken(answer.delta);
+  result.transitions = taken(answer.tau);
+  result.responses = taken(answer.big_rho);
+  result.latent = std::move(answer.status);
   return result;
 }
 

@@ -1,118 +1,107 @@
 #include "imputed_data.hpp"
 
-#include <fmt/format.h>
+#include <fmt/ranges.h>
 
-#include <algorithm>
 #include <map>
 
-#include "input_error.hpp"
 #include "posteriors.hpp"
 
 namespace tolvenra::cli {
 namespace {
 
-constexpr const char* imputation_name = "imputation";
-constexpr const char* class_name = "class";
-
-/// What the subjects of one row drew: the class (from 0, as printed) and the filled-in categories.
+/// What a subject drew: its classes or statuses, then the categories of its missing responses.
 using draw = std::vector<std::int32_t>;
 
-/// Writes line by line; knows which column of the table is which item.
 class imputed_writer {
  public:
-  imputed_writer(const data_table& table, const lca_data& data, const lca_options& options,
-                 const lca_answer& answer, const imputation& result, std::FILE* file)
-      : table_(table), data_(data), answer_(answer), result_(result), file_(file) {
-    item_of_.assign(table.columns.size(), none);
-    for (std::size_t j = 0; j < data.items.size(); ++j)
-      item_of_[find_column(table, data.items[j].name, "--items")] = j;
-    freq_ = options.freq.empty() ? none : find_column(table, options.freq, "--freq");
-    printed_.resize(answer.order.size());
-    for (std::size_t k = 0; k < answer.order.size(); ++k)
-      printed_[answer.order[k]] = static_cast<std::int32_t>(k);
+  imputed_writer(const data_table& table, const imputed_layout& layout, const case_data& data,
+                 const imputation& result, std::FILE* file)
+      : table_(table),
+        layout_(layout),
+        data_(data),
+        result_(result),
+        file_(file),
+        subjects_(result.case_of.size()) {
+    times_ = data.items.size() / layout.items;
+    first_of_.assign(data.rows + 1, subjects_);
+    for (std::size_t s = subjects_; s-- > 0;)
+      first_of_[static_cast<std::size_t>(result.case_of[s]) - 1] = s;
   }
 
   void write_header() {
-    std::string line = imputation_name;
+    std::string line = "imputation";
     for (const table_column& column : table_.columns) line += ',' + csv_field(column.name);
-    fmt::print(file_, "{},{}\n", line, class_name);
+    for (const std::string& name : layout_.added) line += ',' + csv_field(name);
+    fmt::print(file_, "{}\n", line);
   }
 
+  /// \param number  of the imputation, from 0
   void write(std::size_t number) {
-    const std::size_t subjects = result_.row_of_subject.size();
-    for (std::size_t first = 0; first < subjects;) {
-      const std::int32_t row = result_.row_of_subject[first];
+    for (std::size_t row = 0; row < table_.rows(); ++row) {
+      const std::size_t i = layout_.case_of[row];
       std::map<draw, std::size_t> drawn;
-      std::size_t s = first;
-      for (; s < subjects && result_.row_of_subject[s] == row; ++s) ++drawn[draw_of(s, number)];
-      first = s;
-      for (const auto& [what, count] : drawn)
-        write_line(number, static_cast<std::size_t>(row) - 1, what, count);
+      for (std::size_t s = first_of_[i]; s < first_of_[i + 1]; ++s) ++drawn[draw_of(s, number)];
+      for (const auto& [what, count] : drawn) write_line(number, row, what, count);
     }
   }
 
  private:
-  static constexpr std::size_t none = static_cast<std::size_t>(-1);
-
   [[nodiscard]] draw draw_of(std::size_t subject, std::size_t number) const {
-    const std::size_t subjects = result_.row_of_subject.size();
-    const auto row = static_cast<std::size_t>(result_.row_of_subject[subject]) - 1;
-    const auto cls = static_cast<std::size_t>(result_.cls[subject + subjects * number]) - 1;
-    draw drawn{printed_[cls]};
-    for (std::size_t j = 0; j < data_.items.size(); ++j)
-      if (data_.items[j].code[row] == 0)
-        drawn.push_back(result_.responses[subject + subjects * (j + data_.items.size() * number)]);
+    const auto i = static_cast<std::size_t>(result_.case_of[subject]) - 1;
+    draw drawn;
+    for (std::size_t t = 0; t < times_; ++t)
+      drawn.push_back(result_.latent[subject + subjects_ * (t + times_ * number)]);
+    for (std::size_t q = 0; q < data_.items.size(); ++q)
+      if (data_.items[q].code[i] == 0)
+        drawn.push_back(result_.filled[subject + subjects_ * (q + data_.items.size() * number)]);
     return drawn;
   }
 
+  /// Label of what a column of responses was filled in with; empty where there was a response.
+  [[nodiscard]] std::string filled(std::size_t i, std::size_t response, const draw& what) const {
+    if (data_.items[response].code[i] != 0) return {};
+    std::size_t at = times_;
+    for (std::size_t q = 0; q < response; ++q)
+      if (data_.items[q].code[i] == 0) ++at;
+    return data_.items[response].labels[static_cast<std::size_t>(what[at]) - 1];
+  }
+
   void write_line(std::size_t number, std::size_t row, const draw& what, std::size_t count) {
-    // Missing responses by item; the columns of the file may be in another order.
-    std::vector<std::int32_t> filled(data_.items.size(), 0);
-    std::size_t next = 1;
-    for (std::size_t j = 0; j < data_.items.size(); ++j)
-      if (data_.items[j].code[row] == 0) filled[j] = what[next++];
-    std::string line = fmt::format("{}", number + 1);
+    const std::size_t i = layout_.case_of[row];
+    const std::size_t t = layout_.time_of.empty() ? 0 : layout_.time_of[row];
+    std::vector<std::string> fields{fmt::format("{}", number + 1)};
     for (std::size_t column = 0; column < table_.columns.size(); ++column) {
-      const std::size_t item = item_of_[column];
-      line += ',';
-      if (column == freq_) {
-        line += fmt::format("{}", count);
-      } else if (item != none && filled[item] > 0) {
-        line += csv_field(data_.items[item].labels[static_cast<std::size_t>(filled[item]) - 1]);
-      } else if (const std::string& text = table_.columns[column].text(row); !text.empty()) {
-        line += csv_field(text);
-      }
+      std::string text = table_.columns[column].text(row);
+      if (column == layout_.freq) text = fmt::format("{}", count);
+      if (const std::size_t first = layout_.response[column]; first != imputed_layout::none)
+        if (std::string label = filled(i, first + layout_.items * t, what); !label.empty())
+          text = std::move(label);
+      fields.push_back(text.empty() ? "" : csv_field(text));
     }
-    fmt::print(file_, "{},{}\n", line,
-               csv_field(answer_.class_labels[static_cast<std::size_t>(what.front())]));
+    for (std::size_t k = 0; k < layout_.added.size(); ++k)
+      fields.push_back(csv_field(
+          layout_.labels[static_cast<std::size_t>(what[layout_.time_of.empty() ? k : t]) - 1]));
+    fmt::print(file_, "{}\n", fmt::join(fields, ","));
   }
 
   const data_table& table_;
-  const lca_data& data_;
-  const lca_answer& answer_;
+  const imputed_layout& layout_;
+  const case_data& data_;
   const imputation& result_;
   std::FILE* file_;
-  std::vector<std::size_t> item_of_;  ///< by column
-  std::size_t freq_ = none;
-  std::vector<std::int32_t> printed_;  ///< by class of the engine
+  std::size_t subjects_, times_;
+  std::vector<std::size_t> first_of_;  ///< first subject of every case, and the end
 };
 
 }  // namespace
 
-void check_imputed_names(const data_table& table) {
-  for (const table_column& column : table.columns)
-    if (column.name == imputation_name || column.name == class_name)
-      throw input_error::of(
-          "--imputed: {} already has a column \"{}\", which would be added; rename or remove it.",
-          table.source, column.name);
-}
-
-void write_imputed(const data_table& table, const lca_data& data, const lca_options& options,
-                   const lca_answer& answer, const imputation& result, std::FILE* file) {
-  imputed_writer writer(table, data, options, answer, result, file);
+void write_imputed(const data_table& table, const imputed_layout& layout, const case_data& data,
+                   const imputation& result, std::FILE* file) {
+  imputed_writer writer(table, layout, data, result, file);
   writer.write_header();
-  const std::size_t imputations = result.cls.size() / result.row_of_subject.size();
-  for (std::size_t number = 0; number < imputations; ++number) writer.write(number);
+  const std::size_t draws = result.case_of.size() * (data.items.size() / layout.items);
+  for (std::size_t number = 0; number < result.latent.size() / draws; ++number)
+    writer.write(number);
 }
 
 }  // namespace tolvenra::cli

@@ -91,14 +91,18 @@ std::vector<std::string> listed(const std::vector<std::string>& lists) {
   return elements;
 }
 
+void add_lta_analysis(CLI::App& command, lta_options& options) {
+  add_input(command, options);
+  add_columns(command, options);
+  add_regression(command, options);
+  add_whole_number(command, "--statuses", options.statuses, most_classes,
+                   "Number of latent statuses (required)");
+  add_estimation(command, options);
+}
+
 CLI::App* add_lta_command(CLI::App& app, lta_options& options) {
   CLI::App* lta = app.add_subcommand("lta", "Latent transition analysis");
-  add_input(*lta, options);
-  add_columns(*lta, options);
-  add_regression(*lta, options);
-  add_whole_number(*lta, "--statuses", options.statuses, most_classes,
-                   "Number of latent statuses (required)");
-  add_estimation(*lta, options);
+  add_lta_analysis(*lta, options);
   add_outputs(*lta, options,
               "Write each person's status probabilities, most likely statuses and most likely "
               "sequence to this CSV file");

@@ -29,6 +29,9 @@ struct lta_options : analysis_options {
   [[nodiscard]] bool equal_over(std::string_view what) const;
 };
 
+/// Adds the options that say what is analysed, but none for its output.
+void add_lta_analysis(CLI::App& command, lta_options& options);
+
 /// Adds the subcommand; parsing fills `options`, which must outlive the parser, and leaves alone
 /// what the command line does not name.
 CLI::App* add_lta_command(CLI::App& app, lta_options& options);

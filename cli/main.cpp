@@ -28,17 +28,16 @@ exit_code run(int argc, char** argv) {
   CLI::App* lca_command = add_lca_command(app, lca);
   lta_options lta;
   CLI::App* lta_command = add_lta_command(app, lta);
-  lca_options imputed;
-  imputation_options wanted;
-  CLI::App* impute_command = add_impute_command(app, imputed, wanted);
+  impute_options imputed;
+  imputed.statuses = asks_for_statuses(argc, argv);
+  CLI::App* impute_command = add_impute_command(app, imputed);
   app.set_version_flag("--version", version_text, "Print the version");
   app.require_subcommand(1);
   try {
     app.parse(argc, argv);
-    const bool from_file = !lca.model.empty() || !lta.model.empty() || !imputed.model.empty();
+    const bool from_file = read_impute_model(imputed) || !lca.model.empty() || !lta.model.empty();
     if (!lca.model.empty()) lca = read_model_file(lca.model);
     if (!lta.model.empty()) lta = read_lta_model_file(lta.model);
-    if (!imputed.model.empty()) imputed = read_model_file(imputed.model);
     if (from_file) app.parse(argc, argv);  // once more: the command line comes before the file
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? exit_good : exit_bad_input;
@@ -48,10 +47,7 @@ exit_code run(int argc, char** argv) {
                fmt::join(interface_version, "."));
     return exit_analysis_failed;
   }
-  if (impute_command->parsed()) {
-    forget_overridden(*impute_command, imputed);
-    return run_impute_command(imputed, wanted);
-  }
+  if (impute_command->parsed()) return run_impute_command(*impute_command, imputed);
   forget_overridden(*lca_command, lca);
   forget_overridden(*lta_command, lta);
   if (lta_command->parsed()) return run_lta_command(lta);

@@ -27,8 +27,9 @@ A file holds cases; each starts with a line "== what it proves" and runs in an e
     content NAME TEXT       the whole content of a file
     same A B                two files are identical
     differ A B              they are not
-    completed NAME OF FREQ  every imputation in NAME is the data OF, row by row, with nothing changed
-                            but empty fields filled in; FREQ (or -) is the column of frequencies
+    completed NAME OF FREQ [N]  every imputation in NAME is the data OF, row by row, with nothing
+                            changed but missing fields filled in, and N (1) columns added; FREQ (or
+                            -) is the column of frequencies
     close A B PATH within X all numbers below a path agree, and so do the texts
 """
 import codecs
@@ -249,16 +250,17 @@ class Case:
         expect(self.path(a).read_bytes() != self.path(b).read_bytes(), f"{a} and {b} are the same")
 
     def do_completed(self, rest):
-        name, original, freq = rest.split()
+        name, original, freq, *added = rest.split()
+        end = -int(added[0]) if added else -1
         with open(self.path(name), newline="") as file:
             header, *lines = csv.reader(file)
         with open(self.path(original), newline="") as file:
             wanted_header, *rows = csv.reader(file)
-        expect(header[0] == "imputation" and header[1:-1] == wanted_header, f"header {header}")
+        expect(header[0] == "imputation" and header[1:end] == wanted_header, f"header {header}")
         by_imputation = {}
         for line in lines:
             expect(all(line), f"an empty field: {line}")
-            by_imputation.setdefault(line[0], []).append(line[1:-1])
+            by_imputation.setdefault(line[0], []).append(line[1:end])
         at = wanted_header.index(freq) if freq != "-" else None
         for number, completed in by_imputation.items():
             rest = iter(completed)
@@ -268,7 +270,7 @@ class Case:
                     line = next(rest)
                     subjects -= int(line[at]) if at is not None else 1
                     changed = [k for k, text in enumerate(row) if k != at and text != line[k]]
-                    expect(not any(row[k] for k in changed), f"imputation {number}: {row}, {line}")
+                    expect(all(row[k] in ("", "NA") for k in changed), f"imputation {number}: {row}, {line}")
                 expect(subjects == 0, f"imputation {number}: too many subjects of {row}")
             expect(next(rest, None) is None, f"imputation {number}: more rows than the data")
 
