@@ -22,7 +22,7 @@
  *    7: passes over the saturated model, summed over the strata
  *    8: standard errors: 0 not asked for, 1 computed, -1 failed
  *    9: order of cov_b
- *   10: estimates treated as lying on the boundary
+ *   10: free parameters held because their estimates lie on the boundary
  *   11: threads used
  *   12: whether the host cancelled the run, 1 or 0
  *   13: number of free parameters: distinct free values less the rank of their sum constraints
@@ -222,7 +222,7 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlca(
        = run_info(9): (ncov+1)(nc-1)nstr, for a binary regression (ncov+1)nstr */
     double* cov_b,
     /* 33 in: 0 for no standard errors, any other value to compute them; they respect clusters when
-       clusters are given */
+       clusters are given (docs/standard-errors.md) */
     int32_t se_option,
     /* 34 out (16): facts about the run, see run_info below */
     int32_t* run_info,

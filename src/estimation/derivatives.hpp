@@ -55,19 +55,19 @@ int32 nullify_derivatives(derivatives& derivs, error_type& err);
 /// the independent units (cases, counted by their frequencies; clusters) times units / (units - 1).
 /// \param here  the driver, under which failures are reported
 /// \return 0, or -1: fewer than two units, a score that is not finite, no memory
-using first_routine = int32(const mlworkspace& work, const free_parameters& map,
-                            derivatives& derivs, const routine& here, error_type& err);
-first_routine run_compute_first_for_lca;
-first_routine run_compute_first_for_lca_binary;
-first_routine run_compute_first_for_lca_meas_invar;
-first_routine run_compute_first_for_lca_meas_invar_clustered;
-first_routine run_compute_first_for_lca_meas_invar_binary;
-first_routine run_compute_first_for_lca_meas_invar_clustered_binary;
+using derivative_routine = int32(const mlworkspace& work, const free_parameters& map,
+                                 derivatives& derivs, const routine& here, error_type& err);
+derivative_routine run_compute_first_for_lca;
+derivative_routine run_compute_first_for_lca_binary;
+derivative_routine run_compute_first_for_lca_meas_invar;
+derivative_routine run_compute_first_for_lca_meas_invar_clustered;
+derivative_routine run_compute_first_for_lca_meas_invar_binary;
+derivative_routine run_compute_first_for_lca_meas_invar_clustered_binary;
 
 /// Fill the blocks of negative second derivatives from the sums of a first routine, the curvature
 /// of the priors in force added. The binary one checks its compared class first.
-first_routine run_compute_neg_second_for_lca;
-first_routine run_compute_neg_second_for_lca_binary;
+derivative_routine run_compute_neg_second_for_lca;
+derivative_routine run_compute_neg_second_for_lca_binary;
 
 /// Sum over clusters of the outer product of their scores, and of the scores, in the free
 /// parameters. \throws std::bad_alloc

@@ -71,8 +71,8 @@ bool responses_invariant(const mlworkspace& work) {
   if (work.data.nstr == 1 || work.rho_equal_across_strata) return true;
   return !any_response_row(work, [&](int32 g, int32 j, int32 c) {
     const codes row = response_codes(work, j, c, g);
-    return row != response_codes(work, j, c, 1) ||
-           std::any_of(row.begin(), row.end(), [](int32 code) { return code < 2; });
+    return row.size() > 1 &&
+           (row != response_codes(work, j, c, 1) || any(row, [](int32 code) { return code < 2; }));
   });
 }
 

@@ -79,7 +79,7 @@ class standard_error_run {
   }
 
   int32 find_derivatives(derivatives& derivs) {
-    first_routine* first = nullptr;
+    derivative_routine* first = nullptr;
     if (!form_.invariant)
       first = form_.binary ? run_compute_first_for_lca_binary : run_compute_first_for_lca;
     else if (work_.data.clustered)
@@ -88,7 +88,7 @@ class standard_error_run {
     else
       first = form_.binary ? run_compute_first_for_lca_meas_invar_binary
                            : run_compute_first_for_lca_meas_invar;
-    first_routine* second =
+    derivative_routine* second =
         form_.binary ? run_compute_neg_second_for_lca_binary : run_compute_neg_second_for_lca;
     if (first(work_, map_, derivs, form_.here, err_) != 0) return -1;
     return second(work_, map_, derivs, form_.here, err_);

@@ -550,6 +550,20 @@ TEST(StandardErrorFailure, NothingIsAskedOfMissingAddresses) {
   }
 }
 
+TEST(StandardErrorFailure, TheHostCanLeaveThemOut) {
+  tolvenra_progress record{};
+  record.size = sizeof record;
+  record.notify = [](tolvenra_progress* at) -> std::int32_t { return at->stage == 4 ? 1 : 0; };
+  lca_problem fit = separated(200, {3, 3, 3}, 2, 44);
+  fit.progress = &record;
+  EXPECT_EQ(fit.run(), 0);
+  EXPECT_EQ(trimmed(fit.message), "The run was cancelled by the host.\r\nOCCURRED IN: runlca");
+  EXPECT_EQ(fit.run_info[7], -1);
+  EXPECT_EQ(fit.run_info[11], 1);
+  EXPECT_EQ(fit.converged, 255);
+  EXPECT_TRUE(std::isnan(fit.std_gamma[0]));
+}
+
 TEST(StandardErrorFailure, RunningOutOfMemoryLeavesTheEstimates) {
   if (!heap_is_watched) GTEST_SKIP() << "the sanitizer owns operator new";
   lca_problem fit = separated(120, {2, 3, 2}, 2, 42, 1);
