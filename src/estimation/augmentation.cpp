@@ -381,7 +381,11 @@ int32 run_da_procedure(const dataset_type& dataset, const model_type& model, par
                        const da_options& options, daresult& result, mlresult_type& ml,
                        error_type& err) {
   chain run{{}, {}, options};
-  const int32 status = run_chain(run, dataset, model, param, result, ml, err);
+  int32 status = -1;
+  if (allocation::allocate_under("run_da_procedure: dawork", here, err, [&] {
+        status = run_chain(run, dataset, model, param, result, ml, err);
+      }) != 0)
+    status = -1;
   if (status != 0 && nullify_daresult(result, err) != 0) pass_on(err, here);
   if (nullify_daworkspace(run.da, err) != 0) return pass_on(err, here);
   return status;

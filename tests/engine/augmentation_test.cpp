@@ -7,7 +7,9 @@
 #include <cmath>
 #include <map>
 
+#include "api/augmentation.hpp"
 #include "numerics/random_generator.hpp"
+#include "support/allocations.hpp"
 #include "support/da_problem.hpp"
 
 namespace tolvenra::test {
@@ -306,6 +308,20 @@ TEST(Augmentation, RefusesWhatItCannotDoAndLeavesTheParametersAlone) {
        [](da_problem& da) { da.dataset = {}; },
        {"Could not transfer work%y.", "OCCURRED IN: put_dataset in MOD estimation",
         "Failed to load dataset into workspace."}},
+      {"an impossible case",
+       [](da_problem& da) {
+         for (int32 c = 1; c <= 2; ++c) {
+           da.param.rho(1, c, 1, 1) = 0.0;
+           da.param.rho(1, c, 2, 1) = 1.0;
+         }
+       },
+       {"Attempted division by zero", "post_denom", "OCCURRED IN: estep in MOD estimation",
+        "E-step for LTA failed at iteration 1"}},
+      {"cancelled",
+       [](da_problem& da) {
+         da.options.watch.cancelled = [](void*, const em_state& state) { return state.iter == 7; };
+       },
+       {"The run was cancelled by the host."}},
       {"another number of classes",
        [](da_problem& da) { da.model.nc = 3; },
        {"Unable to load parameter set into workspace;",
@@ -326,6 +342,32 @@ TEST(Augmentation, RefusesWhatItCannotDoAndLeavesTheParametersAlone) {
     EXPECT_EQ(da.param, before);
     EXPECT_FALSE(da.result.obtained || da.result.gamma.imp.allocated);
   }
+}
+
+TEST(Augmentation, LackOfMemoryEndsTheCallWhereverItComes) {
+  if (!heap_is_watched) GTEST_SKIP();
+  lta_problem shape = simulate_lta(20, {2, 3}, 2, 2, 61, 0.0, 0.2);
+  shape.set_uniform_start();
+  ASSERT_EQ(shape.run(), 0) << shape.message;
+  shape.random = false;
+  int failures = 0;
+  for (long n = 0;; ++n) {
+    lta_problem tried = shape;
+    const api::lta_call call = tried.prepare();
+    api::imputation_answer answer;
+    fail_after(n);
+    const int status = api::impute_lta(call, {2, 1, 1, 1}, answer);
+    fail_after(-1);
+    if (status == 0) {
+      EXPECT_EQ(answer.status.size(), 2U * 2U * 20U);
+      EXPECT_EQ(answer.responses.size(), 2U * 4U * 20U);
+      break;
+    }
+    ++failures;
+    ASSERT_TRUE(answer.row_of_subject.empty()) << "after " << n << " allocations";
+    ASSERT_LT(n, 100000);
+  }
+  EXPECT_GT(failures, 300);
 }
 
 TEST(Augmentation, IntervalsCoverTheTruth) {
