@@ -26,90 +26,54 @@ struct impute_files {
   }
 };
 
-/// The parts in which the two analyses differ.
-struct class_analysis {
-  static constexpr const char* model = "lca";
-  static constexpr const char* latents = "classes";
-  using options_type = lca_options;
-  using fit_type = lca_fit;
-
-  static lca_data prepare(const data_table& table, const lca_options& options) {
-    return prepare_lca(table, options);
-  }
-  static lca_fit run(const lca_data& data, const lca_options& options,
-                     tolvenra_progress* progress) {
-    return run_lca(data, options, progress);
-  }
-  static lca_answer answer(const lca_data& data, const lca_options& options, const lca_fit& fit) {
-    return make_lca_answer(data, options, fit);
-  }
-  static auto tables(const lca_data& data, const lca_options& options, const lca_answer& answer,
-                     const imputation& result) {
-    return lca_tables(data, options, answer, result);
-  }
-  static const std::vector<std::string>& printed(const lca_answer& answer) {
-    return answer.class_labels;
-  }
-  /// Labels by the engine's number.
-  static std::vector<std::string> labels(const lca_answer& answer) {
-    std::vector<std::string> labels(answer.order.size());
-    for (std::size_t k = 0; k < answer.order.size(); ++k)
-      labels[answer.order[k]] = answer.class_labels[k];
-    return labels;
-  }
-  static std::string title(const lca_data& data, const lca_answer& answer) {
-    return fmt::format("Multiple imputation of latent classes: {}, {}",
-                       counted(answer.shares.size(), "class", "classes"),
-                       counted(data.items.size(), "item", "items"));
-  }
-  static void check(const lca_data& data, const lca_options& options) {
-    if (!data.covariates.empty())
-      throw input_error::of(
-          "{}: models with covariates cannot be imputed; leave the covariates out.",
-          options.asked_by("covariates"));
-  }
+/// How the results speak of a model.
+struct wording {
+  const char* model;
+  const char* latents;
+  std::string title;
+  std::vector<std::string> printed;    ///< classes or statuses in the order of print
+  std::vector<std::string> by_number;  ///< the same in the engine's order
 };
 
-struct status_analysis {
-  static constexpr const char* model = "lta";
-  static constexpr const char* latents = "statuses";
-  using options_type = lta_options;
-  using fit_type = lta_fit;
+wording wording_of(const lca_data& data, const lca_answer& answer) {
+  std::vector<std::string> by_number(answer.order.size());
+  for (std::size_t k = 0; k < answer.order.size(); ++k)
+    by_number[answer.order[k]] = answer.class_labels[k];
+  return {"lca", "classes",
+          fmt::format("Multiple imputation of latent classes: {}, {}",
+                      counted(answer.shares.size(), "class", "classes"),
+                      counted(data.items.size(), "item", "items")),
+          answer.class_labels, by_number};
+}
 
-  static lta_data prepare(const data_table& table, const lta_options& options) {
-    return prepare_lta(table, options);
-  }
-  static lta_fit run(const lta_data& data, const lta_options& options,
-                     tolvenra_progress* progress) {
-    return run_lta(data, options, progress);
-  }
-  static lta_answer answer(const lta_data& data, const lta_options& options, const lta_fit& fit) {
-    return make_lta_answer(data, options, fit);
-  }
-  static auto tables(const lta_data& data, const lta_options& options, const lta_answer& answer,
-                     const imputation& result) {
-    return lta_tables(data, options, answer, result);
-  }
-  static const std::vector<std::string>& printed(const lta_answer& answer) {
-    return answer.status_labels;
-  }
-  static std::vector<std::string> labels(const lta_answer& answer) { return answer.status_labels; }
-  static std::string title(const lta_data& data, const lta_answer& answer) {
-    return fmt::format("Multiple imputation of latent statuses: {}, {}, {}",
-                       counted(answer.status_labels.size(), "status", "statuses"),
-                       counted(data.nitem(), "item", "items"),
-                       counted(data.ntime(), "time", "times"));
-  }
-  static void check(const lta_data& data, const lta_options& options) {
-    if (!data.covariates.empty())
-      throw input_error::of(
-          "{}: models with covariates cannot be imputed; leave the covariates out.",
-          options.asked_by(data.starting.empty() ? "covariates_transition" : "covariates_start"));
-    if (!data.weight.empty())
-      throw input_error::of("{}: transition models with sampling weights cannot be imputed.",
-                            options.asked_by("weight"));
-  }
-};
+wording wording_of(const lta_data& data, const lta_answer& answer) {
+  const std::vector<std::string>& labels = answer.status_labels;
+  return {
+      "lta", "statuses",
+      fmt::format("Multiple imputation of latent statuses: {}, {}, {}",
+                  counted(labels.size(), "status", "statuses"),
+                  counted(data.nitem(), "item", "items"), counted(data.ntime(), "time", "times")),
+      labels, labels};
+}
+
+/// What the engine would refuse, in the words of the options.
+void refuse_covariates(const case_data& data, const analysis_options& options, const char* key) {
+  if (!data.covariates.empty())
+    throw input_error::of("{}: models with covariates cannot be imputed; leave the covariates out.",
+                          options.asked_by(key));
+}
+
+void check_model(const lca_data& data, const lca_options& options) {
+  refuse_covariates(data, options, "covariates");
+}
+
+void check_model(const lta_data& data, const lta_options& options) {
+  refuse_covariates(data, options,
+                    data.starting.empty() ? "covariates_transition" : "covariates_start");
+  if (!data.weight.empty())
+    throw input_error::of("{}: transition models with sampling weights cannot be imputed.",
+                          options.asked_by("weight"));
+}
 
 void check_frequencies(const case_data& data, const analysis_options& options) {
   for (const double f : data.freq)
@@ -121,20 +85,17 @@ void check_frequencies(const case_data& data, const analysis_options& options) {
 
 /// What was found, whatever the model.
 struct findings {
-  const char* model;
-  const char* latents;
-  std::string title;
+  wording words;
   const case_data& data;
   bool start_given;
   const fit_answer& answer;
-  std::vector<std::string> labels;
   std::vector<parameter_table> tables;
 };
 
 std::string report(const findings& found, const analysis_options& options,
                    const imputation_options& wanted) {
   std::string text =
-      found.title + "\n\nSample\n" +
+      found.words.title + "\n\nSample\n" +
       aligned(sample_rows(found.data, options, {"Rows", found.data.rows}), 2) + '\n' +
       fmt::format("Maximum likelihood, log-likelihood {}.\n", fixed(found.answer.figures.loglik)) +
       search_section(options, found.start_given, found.answer) + '\n' +
@@ -146,13 +107,13 @@ std::string report(const findings& found, const analysis_options& options,
 
 std::string document(const findings& found, const analysis_options& options,
                      const imputation_options& wanted) {
-  return json_text({{"model", found.model},
+  return json_text({{"model", found.words.model},
                     {"engine", engine_json()},
                     {"data", options.file},
                     {"imputation", imputation_json(options, wanted)},
                     {"n", found.data.cases},
                     {"rows", found.data.rows},
-                    {found.latents, found.labels},
+                    {found.words.latents, found.words.printed},
                     {"converged", found.answer.converged},
                     {"loglik", found.answer.figures.loglik},
                     {"warnings", found.answer.warnings},
@@ -178,40 +139,36 @@ std::optional<imputation> run_imputation(const Data& data, const Options& option
   return std::nullopt;
 }
 
-template <class Analysis>
-exit_code run(const typename Analysis::options_type& options, const imputation_options& wanted) {
+/// \param prepare  table to data. \param run  data to fit. \param make_answer  fit to answer
+/// \param make_tables  what is printed of the parameters
+template <class Options, class Prepare, class Run, class Answer, class Tables>
+exit_code run_analysis(const Options& options, const imputation_options& wanted, Prepare&& prepare,
+                       Run&& run, Answer&& make_answer, Tables&& make_tables) {
   check_options(options);
   const impute_files outputs(options, wanted);
   const data_table table = read_table(options.file);
-  const auto data = Analysis::prepare(table, options);
-  Analysis::check(data, options);
+  const auto data = prepare(table, options);
+  check_model(data, options);
   check_frequencies(data, options);
   std::optional<imputed_layout> layout;
   if (outputs.imputed) layout = layout_of(table, data, options);
 
   exit_code failure = exit_good;
-  const auto fit = run_with_progress<typename Analysis::fit_type>(
-      [&](tolvenra_progress* progress) { return Analysis::run(data, options, progress); }, "",
-      failure);
+  const auto fit = run_with_progress<decltype(run(data, options, nullptr))>(
+      [&](tolvenra_progress* progress) { return run(data, options, progress); }, "", failure);
   if (!fit) return failure;
-  const auto answer = Analysis::answer(data, options, *fit);
+  const auto answer = make_answer(data, options, *fit);
   const auto result = run_imputation(data, options, wanted, *fit, failure);
   if (!result) return failure;
-  const findings found{Analysis::model,
-                       Analysis::latents,
-                       Analysis::title(data, answer),
-                       data,
-                       data.model.start_given,
-                       answer,
-                       Analysis::printed(answer),
-                       Analysis::tables(data, options, answer, *result)};
+  const findings found{wording_of(data, answer), data, data.model.start_given, answer,
+                       make_tables(data, options, answer, *result)};
   std::optional<std::string> unwritten;
   try {
     if (outputs.json)
       outputs.json->write(
           [&](std::FILE* file) { fmt::print(file, "{}", document(found, options, wanted)); });
     if (layout) {
-      layout->labels = Analysis::labels(answer);
+      layout->labels = found.words.by_number;
       outputs.imputed->write(
           [&](std::FILE* file) { write_imputed(table, *layout, data, *result, file); });
     }
@@ -228,10 +185,12 @@ exit_code run(const typename Analysis::options_type& options, const imputation_o
 exit_code run_impute_command(const CLI::App& impute, impute_options& options) {
   if (options.statuses) {
     forget_overridden(impute, options.lta);
-    return run<status_analysis>(options.lta, options.wanted);
+    return run_analysis(options.lta, options.wanted, prepare_lta, run_lta, make_lta_answer,
+                        lta_tables);
   }
   forget_overridden(impute, options.lca);
-  return run<class_analysis>(options.lca, options.wanted);
+  return run_analysis(options.lca, options.wanted, prepare_lca, run_lca, make_lca_answer,
+                      lca_tables);
 }
 
 }  // namespace tolvenra::cli
