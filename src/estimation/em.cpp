@@ -75,9 +75,9 @@ int32 set_controls(const em_controls& controls, mlworkspace& work, error_type& e
 
 /// A regression step; a failed one suggests the prior that was not in use.
 int32 run_regression(int32 (*step)(mlworkspace&, error_type&), bool use_prior,
-                     std::string_view name, mlworkspace& work, error_type& err) {
+                     std::string_view failed, mlworkspace& work, error_type& err) {
   if (step(work, err) == 0) return 0;
-  const text_lines where = text("M-step for ", name, " failed at iteration ", work.em.iter);
+  const text_lines where = text(failed, work.em.iter);
   if (use_prior) return fail(err, here, {where});
   return fail(err, here,
               {where, text("Could not fit logit model. We suggest"),
@@ -105,20 +105,20 @@ struct estimated {
 int32 run_msteps(mlworkspace& work, error_type& err) {
   const estimated now(work);
   const auto failed = [&](std::string_view step) {
-    return fail(err, here, {text("M-step for ", step, " failed at iteration ", work.em.iter)});
+    return fail(err, here, {text(step, work.em.iter)});
   };
-  if (now.rho && mstep_rho(work, err) != 0) return failed("RHO");
-  if (now.big_rho && mstep_big_rho(work, err) != 0) return failed("BIG RHO");
-  if (now.gamma && mstep_gamma(work, err) != 0) return failed("gamma");
-  if (now.beta && run_regression(mstep_beta, work.beta.use_prior, "BETA", work, err) != 0)
+  if (now.rho && mstep_rho(work, err) != 0) return failed("M-step for RHO failed at iteration ");
+  if (now.big_rho && mstep_big_rho(work, err) != 0) return failed("M-step for BIG RHO failed at iteration ");
+  if (now.gamma && mstep_gamma(work, err) != 0) return failed("M-step for gamma failed at iteration ");
+  if (now.beta && run_regression(mstep_beta, work.beta.use_prior, "M-step for BETA failed at iteration ", work, err) != 0)
     return -1;
-  if (now.delta && mstep_delta(work, err) != 0) return failed("delta");
+  if (now.delta && mstep_delta(work, err) != 0) return failed("M-step for delta failed at iteration ");
   if (now.delta_beta &&
-      run_regression(mstep_delta_beta, work.delta_beta.use_prior, "DELTA BETA", work, err) != 0)
+      run_regression(mstep_delta_beta, work.delta_beta.use_prior, "M-step for DELTA BETA failed at iteration ", work, err) != 0)
     return -1;
-  if (now.tau && mstep_tau(work, err) != 0) return failed("TAU");
+  if (now.tau && mstep_tau(work, err) != 0) return failed("M-step for TAU failed at iteration ");
   if (now.tau_beta &&
-      run_regression(mstep_tau_beta, work.tau_beta.use_prior, "TAU BETA", work, err) != 0)
+      run_regression(mstep_tau_beta, work.tau_beta.use_prior, "M-step for TAU BETA failed at iteration ", work, err) != 0)
     return -1;
   return 0;
 }

@@ -77,6 +77,8 @@ struct delta_family {
   static constexpr bool transition = false;
   static constexpr routine here{"mstep_delta_beta", "estimation"};
   static constexpr std::string_view name = "delta";
+  static constexpr std::string_view no_workspace =
+      "Unable to allocate instance(s) of the logit workspace type for delta beta.";
 
   static auto& block(auto& work) { return work.delta_beta; }
   static auto& probabilities(auto& work) { return work.delta.now; }
@@ -119,6 +121,8 @@ struct tau_family {
   static constexpr bool transition = true;
   static constexpr routine here{"mstep_tau_beta", "estimation"};
   static constexpr std::string_view name = "tau";
+  static constexpr std::string_view no_workspace =
+      "Unable to allocate instance(s) of the logit workspace type for tau beta.";
 
   static auto& block(auto& work) { return work.tau_beta; }
   static auto& probabilities(auto& work) { return work.tau.now; }
@@ -250,8 +254,7 @@ int32 load_family(mlworkspace& work, const routine& here, std::string_view label
   };
   if (allocation::allocate_under(label, here, err, load_designs) != 0)
     return fail(err, here,
-                {text("Unable to allocate instance(s) of the logit workspace type for ",
-                      Family::name, " beta.")});
+                {text(Family::no_workspace)});
   for_each_place(work, transition, [&](const place& p) {
     regression& fit = block.fits[Family::design(work, p)];
     aim<Family>(work, p, fit);

@@ -154,36 +154,90 @@ void set_up_lca(arguments* a, const problem* from, double criterion, int32_t mes
   note_contents(a);
 }
 
-/* Two binary items at two times, four cases: enough for the frame. */
+/* The role conflict table as two items at two times: with nobody moving, the statuses are the
+   classes of its latent class analysis. */
+static void lta_inputs(arguments* a) {
+  const size_t rows = (size_t)role_conflict.rows;
+  fill_i32(add_slot(a, 3, "nrs", 'i', 4, 2), 2, 2);
+  int32_t* y = add_slot(a, 10, "y", 'i', 4, rows * 4);
+  fill_i32(add_slot(a, 13, "strata", 'i', 4, rows), rows, 1);
+  double* freq = add_slot(a, 15, "freq", 'i', 8, rows);
+  fill_data(y, freq, &role_conflict);
+  fill_i32(add_slot(a, 21, "baseline_delta", 'i', 4, 1), 1, 1);
+  fill_i32(add_slot(a, 34, "nstarts", 'i', 4, 1), 1, role_conflict.starts);
+  fill_i32(add_slot(a, 41, "delta_restrictions", 'i', 4, 2), 2, 1);
+  int32_t* fixed = add_slot(a, 42, "tau_restrictions", 'i', 4, 4);
+  fill_i32(fixed, 4, 1);
+  fixed[1] = fixed[2] = 0;
+  fill_i32(add_slot(a, 43, "big_rho_restrictions", 'i', 4, 16), 16, 1);
+  double* delta = add_slot(a, 25, "delta", 'b', 8, 2);
+  delta[0] = delta[1] = 0.5;
+  double* tau = add_slot(a, 26, "tau", 'b', 8, 4);
+  tau[0] = tau[3] = 1.0;
+  tau[1] = tau[2] = 0.0;
+}
+
+static void lta_results(arguments* a) {
+  const size_t rows = (size_t)role_conflict.rows, starts = (size_t)role_conflict.starts;
+  const size_t iterations = (size_t)a->i[47];
+  const struct {
+    int position;
+    const char* name;
+    char way;
+    size_t width, elements;
+  } arrays[] = {
+      {27, "big_rho", 'b', 8, 16},
+      {30, "post_cls_sta", 'o', 8, rows * 4},
+      {31, "post_cls_adj_sta", 'o', 8, rows * 4},
+      {32, "response_patterns", 'o', 4, rows * 5},
+      {33, "pattern_counts", 'o', 8, rows * 2},
+      {35, "start_seeds", 'o', 4, starts},
+      {36, "start_loglik", 'o', 8, starts},
+      {37, "start_converged", 'o', 1, starts},
+      {38, "start_iter", 'o', 4, starts},
+      {39, "start_status", 'o', 4, starts},
+      {49, "converged", 'o', 1, 1},
+      {50, "iterations", 'o', 4, 1},
+      {51, "max_abs_diff", 'o', 8, 1},
+      {52, "mean_abs_diff", 'o', 8, 1},
+      {53, "run_info", 'o', 4, 16},
+      {54, "loglik", 'o', 8, 1},
+      {55, "overflow_count", 'o', 4, 1},
+      {56, "apparent_df", 'o', 4, 1},
+      {57, "n_params", 'o', 4, 9},
+      {58, "G2", 'o', 8, 1},
+      {59, "aic", 'o', 8, 1},
+      {60, "bic", 'o', 8, 1},
+      {61, "cat_loglik", 'o', 8, 1},
+      {62, "cat_g2", 'o', 8, 1},
+      {63, "cat_df", 'o', 4, 1},
+      {64, "llvec", 'o', 8, iterations},
+      {66, "madvec", 'o', 8, iterations},
+      {67, "fit_extra", 'o', 8, 8},
+      {72, "message", 'o', 1, a->i[71] > 0 ? (size_t)a->i[71] : 0},
+  };
+  for (size_t k = 0; k < sizeof arrays / sizeof arrays[0]; ++k)
+    add_slot(a, arrays[k].position, arrays[k].name, arrays[k].way, arrays[k].width,
+             arrays[k].elements);
+}
+
 void set_up_lta(arguments* a, int32_t message_length) {
-  enum { ITEMS = 2, TIMES = 2, ROWS = 4, STATUSES = 2 };
   memset(a, 0, sizeof *a);
-  a->i[2] = ITEMS;
+  a->i[2] = 2;
   a->i[4] = 2;
-  a->i[5] = TIMES;
-  a->i[6] = ROWS;
+  a->i[5] = 2;
+  a->i[6] = role_conflict.rows;
   a->i[9] = 1;
-  a->i[16] = STATUSES;
+  a->u[12] = 1;
+  a->i[16] = role_conflict.classes;
   a->u[40] = 1;
   a->i[44] = 12345;
-  a->d[46] = 1e-6;
-  a->i[47] = 50;
+  a->d[46] = 1e-7;
+  a->i[47] = 20000;
   a->i[48] = 2;
+  a->u[65] = 1;
   a->i[71] = message_length;
-  fill_i32(add_slot(a, 3, "nrs", 'i', 4, ITEMS), ITEMS, 2);
-  int32_t* y = add_slot(a, 10, "y", 'i', 4, ROWS * ITEMS * TIMES);
-  for (int32_t k = 0; k < ROWS * ITEMS * TIMES; ++k) y[k] = 1 + (k + k / 3) % 2;
-  add_slot(a, 25, "delta", 'b', 8, STATUSES);
-  add_slot(a, 26, "tau", 'b', 8, STATUSES * STATUSES);
-  add_slot(a, 27, "big_rho", 'b', 8, ITEMS * STATUSES * 2 * TIMES);
-  add_slot(a, 49, "converged", 'o', 1, 1);
-  add_slot(a, 50, "iterations", 'o', 4, 1);
-  add_slot(a, 53, "run_info", 'o', 4, 16);
-  add_slot(a, 54, "loglik", 'o', 8, 1);
-  add_slot(a, 56, "apparent_df", 'o', 4, 1);
-  add_slot(a, 58, "G2", 'o', 8, 1);
-  add_slot(a, 64, "llvec", 'o', 8, (size_t)a->i[47]);
-  add_slot(a, 67, "fit_extra", 'o', 8, 8);
-  add_slot(a, 72, "message", 'o', 1, message_length > 0 ? (size_t)message_length : 0);
+  lta_inputs(a);
+  lta_results(a);
   note_contents(a);
 }
