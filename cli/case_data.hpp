@@ -38,6 +38,11 @@ struct case_data {
   }
 };
 
+/// Can the effect of each covariate be tested? Not with sampling weights, as yet.
+inline bool covariates_are_tested(const case_data& data) {
+  return !data.covariates.empty() && data.weight.empty();
+}
+
 /// The largest number of categories of an item.
 std::int32_t most_categories_of(const case_data& data);
 

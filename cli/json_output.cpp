@@ -19,7 +19,7 @@ json settings_json(const lca_data& data, const lca_options& options) {
           {"weight", name_or_null(options.weight)},
           {"group", name_or_null(options.group)},
           {"na", options.na},
-          {"starts", starts_of(data, options)},
+          {"starts", starts_of(data.model, options)},
           {"seed", options.seed},
           {"criterion", options.criterion},
           {"max_iter", options.max_iter},

@@ -81,7 +81,7 @@ lca_answer make_lca_answer(const lca_data& data, const lca_options& options, con
              answer);
   if (options.residuals || !options.json.empty())
     answer.residuals = bivariate_residuals(data, options.classes, fit);
-  add_fit_warnings(options, fit, starts_of(data, options), answer);
+  add_fit_warnings(options, fit, starts_of(data.model, options), answer);
   return answer;
 }
 

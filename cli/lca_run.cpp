@@ -11,14 +11,6 @@ std::size_t engine_reference(const lca_model& model) {
 
 }  // namespace
 
-bool covariates_are_tested(const lca_data& data) {
-  return !data.covariates.empty() && data.weight.empty();
-}
-
-std::int32_t starts_of(const lca_data& data, const lca_options& options) {
-  return data.model.start_given ? 1 : options.starts;
-}
-
 lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progress* progress) {
   const auto nc = static_cast<std::size_t>(options.classes);
   const auto nitem = static_cast<std::int32_t>(data.items.size());
@@ -30,7 +22,7 @@ lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progr
   const lca_model& model = data.model;
   const std::vector<double> cov = covariate_matrix(data);
   const auto ncov = static_cast<std::int32_t>(data.covariates.size());
-  const std::int32_t nstarts = starts_of(data, options);
+  const std::int32_t nstarts = starts_of(data.model, options);
   const auto reference = static_cast<std::int32_t>(engine_reference(model)) + 1;
   const auto compared = static_cast<std::int32_t>(model.compared) + 1;
   const bool want_post = !options.posteriors.empty();

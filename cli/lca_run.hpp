@@ -16,12 +16,6 @@ struct lca_fit : fit_record {
   std::vector<double> post_cls;  ///< (nrow, nc); empty when not wanted
 };
 
-/// Can the effect of each covariate be tested? Not with sampling weights, as yet.
-bool covariates_are_tested(const lca_data& data);
-
-/// Starts that are made: one when the model says where to start.
-std::int32_t starts_of(const lca_data& data, const lca_options& options);
-
 lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progress* progress);
 
 }  // namespace tolvenra::cli

@@ -193,7 +193,7 @@ lta_answer make_lta_answer(const lta_data& data, const lta_options& options, con
                  : builder.df(model.tau_code, fit.tau, static_cast<std::size_t>(options.statuses)),
              answer);
   }
-  add_fit_warnings(options, fit, starts_of(data, options), answer);
+  add_fit_warnings(options, fit, starts_of(data.model, options), answer);
   return answer;
 }
 

@@ -98,14 +98,28 @@ class lta_data_builder {
             "Nobody answered at time {}: what is said of it follows from the model alone.",
             data_.times[t]));
     }
+    std::vector<std::size_t> silent_groups(data_.items.size(), 0);
     count_missing(data_, [&](std::size_t column, std::size_t group) {
-      if (options_.equal_over("time") || data_.answered[column / data_.nitem()] == 0.0) return;
-      data_.warnings.push_back(fmt::format(
-          "Item \"{}\" has no observed response at time {}{}: its probabilities there mean "
-          "nothing. Hold them equal over time (--invariant time), or leave out the item.",
-          data_.item_labels[column % data_.nitem()].name, data_.times[column / data_.nitem()],
-          data_.group ? fmt::format(" in group \"{}\"", data_.group->labels[group]) : ""));
+      ++silent_groups[column];
+      if (!options_.equal_over("group")) refuse_unanswered(column, group);
     });
+    for (std::size_t column = 0; column < silent_groups.size(); ++column)
+      if (silent_groups[column] == data_.groups()) refuse_unanswered(column, data_.groups());
+  }
+
+  /// Nothing tells the probabilities of an item that nobody answered. What restrictions may say of
+  /// them is for the engine to judge.
+  void refuse_unanswered(std::size_t column, std::size_t group) const {
+    const bool restricted = !options_.equal.empty() || !options_.fix.empty();
+    if (restricted || options_.equal_over("time")) return;
+    throw input_error::of(
+        "{}: item \"{}\" has no observed response at time {}{}. Hold the response probabilities "
+        "equal over time (--invariant time), or leave out the item.",
+        data_.source, data_.item_labels[column % data_.nitem()].name,
+        data_.times[column / data_.nitem()],
+        group < data_.groups() && data_.group
+            ? fmt::format(" in group \"{}\"", data_.group->labels[group])
+            : "");
   }
 
   void add_covariates() {

@@ -33,7 +33,7 @@ json settings_json(const lta_data& data, const lta_options& options, const lta_a
           {"weight", name_or_null(options.weight)},
           {"group", name_or_null(options.group)},
           {"na", options.na},
-          {"starts", starts_of(data, options)},
+          {"starts", starts_of(data.model, options)},
           {"seed", options.seed},
           {"criterion", options.criterion},
           {"max_iter", options.max_iter},

@@ -12,14 +12,6 @@ std::vector<std::int32_t> one_based(const std::vector<std::size_t>& offsets) {
 
 }  // namespace
 
-bool covariates_are_tested(const lta_data& data) {
-  return !data.covariates.empty() && data.weight.empty();
-}
-
-std::int32_t starts_of(const lta_data& data, const lta_options& options) {
-  return data.model.start_given ? 1 : options.starts;
-}
-
 lta_fit run_lta(const lta_data& data, const lta_options& options, tolvenra_progress* progress) {
   const lta_model& model = data.model;
   const auto ns = static_cast<std::size_t>(options.statuses);
@@ -28,7 +20,7 @@ lta_fit run_lta(const lta_data& data, const lta_options& options, tolvenra_progr
   for (const categories& item : data.item_labels) nrs.push_back(size(item.labels));
   const std::vector<std::int32_t> y = response_matrix(data);
   const std::vector<double> cov = covariate_matrix(data);
-  const std::int32_t nstarts = starts_of(data, options);
+  const std::int32_t nstarts = starts_of(data.model, options);
   const bool want_tests = covariates_are_tested(data);
   const bool start_binary = model.binary && !data.starting.empty();
   const bool move_binary = model.binary && !data.moving.empty();

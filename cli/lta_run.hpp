@@ -15,12 +15,6 @@ struct lta_fit : fit_record {
   std::vector<double> post;                  ///< (person, time, status)
 };
 
-/// Can the effect of each covariate be tested? Not with sampling weights, as yet.
-bool covariates_are_tested(const lta_data& data);
-
-/// Starts that are made: one when the model says where to start.
-std::int32_t starts_of(const lta_data& data, const lta_options& options);
-
 lta_fit run_lta(const lta_data& data, const lta_options& options, tolvenra_progress* progress);
 
 }  // namespace tolvenra::cli

@@ -30,6 +30,11 @@ struct stated_parameters {
   std::vector<std::pair<std::string, double>> fix, start;
 };
 
+/// Starts that are made: one when the model says where to start.
+inline std::int32_t starts_of(const stated_parameters& stated, const analysis_options& options) {
+  return stated.start_given ? 1 : options.starts;
+}
+
 /// One array of the engine. Codes: 0 fixed, 1 free, k >= 2 member of set k.
 struct family_values {
   std::vector<std::int32_t> code;  ///< empty: all free

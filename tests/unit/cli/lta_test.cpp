@@ -2,28 +2,18 @@
 
 #include <cmath>
 #include <cstdio>
-#include <functional>
 #include <nlohmann/json.hpp>
 
-#include "input_error.hpp"
 #include "lta_answer.hpp"
 #include "lta_json.hpp"
 #include "lta_model_file.hpp"
 #include "lta_paths.hpp"
 #include "lta_posteriors.hpp"
 #include "lta_report.hpp"
+#include "messages.hpp"
 
 namespace tolvenra::cli {
 namespace {
-
-std::string message_of(const std::function<void()>& body) {
-  try {
-    body();
-  } catch (const input_error& error) {
-    return error.what();
-  }
-  return "";
-}
 
 lta_options long_options() {
   lta_options options;
@@ -40,6 +30,7 @@ TEST(LtaData, PlacesRowsByPersonAndTime) {
       parse_table("t,id,A,B,g\n10,z,2,b,f\n2,a,1,b,m\n2,z,,a,\n7,a,1,a,m\n", "d.csv");
   lta_options options = long_options();
   options.group = "g";
+  options.invariant = {"time"};
   const lta_data data = prepare_lta(table, options);
   EXPECT_EQ(data.times, (std::vector<std::string>{"2", "7", "10"})) << "numbers by size";
   EXPECT_EQ(data.ids, (std::vector<std::string>{"z", "a"}));

@@ -1,22 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <functional>
-
-#include "input_error.hpp"
+#include "messages.hpp"
 #include "model_file.hpp"
 #include "parameter_names.hpp"
 
 namespace tolvenra::cli {
 namespace {
-
-std::string message_of(const std::function<void()>& body) {
-  try {
-    body();
-  } catch (const input_error& error) {
-    return error.what();
-  }
-  return "";
-}
 
 /// Items P (2 categories) and Q (3), groups x and y, a covariate, two classes.
 struct small_model {
