@@ -1,7 +1,9 @@
 // Do the 90 % intervals of data augmentation cover? 300 data sets of 500 cases, two classes and six
 // dichotomous items, seeds 1 to 300 for the data and the chains, 20 imputations of the default
 // burn-in and spacing. Ends with status 1 when a kind of parameter is covered outside 87 % to 93 %
-// on average, or a single one outside 84 % to 96 %.
+// on average, or a single one outside 84 % to 96 %. Then 200 data sets of latent statuses, seeds 1
+// to 200: transitions and responses are held to the averages, the single start share to the wider
+// bounds.
 #include <algorithm>
 #include <cstdio>
 
@@ -31,5 +33,16 @@ int main() {
   std::printf("%d data sets\n", study.sets);
   kind("probability", false, study.gamma_covered, study.rho_covered);
   kind("logit", true, study.logit_gamma_covered, study.logit_rho_covered);
+  tolvenra::test::status_coverage_study statuses;
+  for (unsigned seed = 1; seed <= 200; ++seed) statuses.add(seed, {});
+  std::printf("%d data sets of latent statuses\n", statuses.sets);
+  for (const bool logit : {false, true}) {
+    const double means[] = {100.0 * statuses.mean(logit, 0, 1), 100.0 * statuses.mean(logit, 1, 5),
+                            100.0 * statuses.mean(logit, 5, 13)};
+    std::printf("%-12s delta %.1f %%  tau %.1f %%  rho %.1f %%\n", logit ? "logit" : "probability",
+                means[0], means[1], means[2]);
+    good = good && means[0] >= 84.0 && means[0] <= 96.0;
+    for (const int kind : {1, 2}) good = good && means[kind] >= 87.0 && means[kind] <= 93.0;
+  }
   return good ? 0 : 1;
 }

@@ -16,6 +16,23 @@ void expect(int32 status, const error_type& err) {
   throw std::runtime_error(lines);
 }
 
+/// Counts which intervals cover, one parameter after the other.
+class coverage_counter {
+ public:
+  coverage_counter(int* covered, int* logit_covered)
+      : covered_(covered), logit_covered_(logit_covered) {}
+
+  template <std::size_t R, class... I>
+  void add(double truth, const daparam<R>& p, const daparam<R>& logit, I... i) {
+    const double log_odds = std::log(truth / (1.0 - truth));
+    *covered_++ += p.lo_ci(i...) <= truth && truth <= p.hi_ci(i...) ? 1 : 0;
+    *logit_covered_++ += logit.lo_ci(i...) <= log_odds && log_odds <= logit.hi_ci(i...) ? 1 : 0;
+  }
+
+ private:
+  int *covered_, *logit_covered_;
+};
+
 template <class T, class V, std::size_t R>
 array<T, R> array_of(const std::vector<V>& values, const std::array<int32, R>& extents) {
   array<T, R> a;
@@ -164,23 +181,15 @@ void coverage_study::add(unsigned seed, const da_options& options) {
   da.options = options;
   da.options.seed = static_cast<int32>(seed);
   expect(da.run(), da.err);
-  const auto covers = [](double low, double high, double truth) {
-    return low <= truth && truth <= high ? 1 : 0;
-  };
-  const auto logit = [](double p) { return std::log(p / (1.0 - p)); };
   const daresult& r = da.result;
   ++sets;
-  gamma_covered += covers(r.gamma.lo_ci(1, 1), r.gamma.hi_ci(1, 1), gamma);
-  logit_gamma_covered += covers(r.logit_gamma.lo_ci(1, 1), r.logit_gamma.hi_ci(1, 1), logit(gamma));
-  for (int c = 1; c <= 2; ++c)
-    for (int j = 1; j <= 6; ++j) {
-      const auto at_c = static_cast<std::size_t>(c - 1);
-      const auto at_j = static_cast<std::size_t>(j - 1);
-      const double p = rho[at_c][at_j];
-      rho_covered[at_c][at_j] += covers(r.rho.lo_ci(j, c, 1, 1), r.rho.hi_ci(j, c, 1, 1), p);
-      logit_rho_covered[at_c][at_j] +=
-          covers(r.logit_rho.lo_ci(j, c, 1, 1), r.logit_rho.hi_ci(j, c, 1, 1), logit(p));
-    }
+  coverage_counter(&gamma_covered, &logit_gamma_covered).add(gamma, r.gamma, r.logit_gamma, 1, 1);
+  for (int c = 1; c <= 2; ++c) {
+    const auto at = static_cast<std::size_t>(c - 1);
+    coverage_counter count(rho_covered[at].data(), logit_rho_covered[at].data());
+    for (int j = 1; j <= 6; ++j)
+      count.add(rho[at][static_cast<std::size_t>(j - 1)], r.rho, r.logit_rho, j, c, 1, 1);
+  }
 }
 
 double coverage_study::mean_rho(bool logit) const {
@@ -188,6 +197,65 @@ double coverage_study::mean_rho(bool logit) const {
   for (const auto& of_class : logit ? logit_rho_covered : rho_covered)
     for (const int covered : of_class) sum += covered;
   return sum / (12.0 * sets);
+}
+
+namespace {
+
+/// The problem with the truth as its starting values.
+lta_problem status_study_problem(unsigned seed) {
+  lta_problem fit;
+  fit.nkase = 500;
+  fit.ni = 4;
+  fit.nt = 3;
+  fit.ns = 2;
+  fit.nrs = {2, 2, 2, 2};
+  fit.y.assign(6000, 1);
+  fit.equal_time = true;
+  fit.random = false;
+  fit.set_uniform_start();
+  lta_truth truth{{0.6, 0.4}, {0.8, 0.1, 0.2, 0.9, 0.8, 0.1, 0.2, 0.9}, std::vector<double>(48)};
+  const double yes[2][4] = {{0.85, 0.8, 0.9, 0.75}, {0.2, 0.25, 0.15, 0.3}};
+  for (int t = 1; t <= 3; ++t)
+    for (int s = 1; s <= 2; ++s)
+      for (int i = 1; i <= 4; ++i) {
+        truth.big_rho[fit.rho_cell(i, s, 1, t, 1)] = yes[s - 1][i - 1];
+        truth.big_rho[fit.rho_cell(i, s, 2, t, 1)] = 1.0 - yes[s - 1][i - 1];
+      }
+  simulate_cases(fit, truth, seed);
+  fit.delta = truth.delta;
+  fit.tau = truth.tau;
+  fit.big_rho = truth.big_rho;
+  return fit;
+}
+
+}  // namespace
+
+void status_coverage_study::add(unsigned seed, const da_options& options) {
+  const lta_problem truth = status_study_problem(seed);
+  lta_problem fit = truth;
+  if (fit.run() != 0) throw std::runtime_error(fit.message);
+  da_problem da(fit);
+  da.options = options;
+  da.options.seed = static_cast<int32>(seed);
+  expect(da.run(), da.err);
+  const daresult& r = da.result;
+  ++sets;
+  coverage_counter count(covered.data(), logit_covered.data());
+  count.add(truth.delta[0], r.delta, r.logit_delta, 1, 1, 1);
+  for (int k = 1; k <= 2; ++k)
+    for (int s = 1; s <= 2; ++s)
+      count.add(truth.tau[truth.tau_cell(s, 1, k, 1)], r.tau, r.logit_tau, s, 1, k, 1, 1);
+  for (int s = 1; s <= 2; ++s)
+    for (int i = 1; i <= 4; ++i)
+      count.add(truth.big_rho[truth.rho_cell(i, s, 1, 1, 1)], r.big_rho, r.logit_big_rho, i, s, 1,
+                1, 1, 1);
+}
+
+double status_coverage_study::mean(bool logit, int first, int last) const {
+  double sum = 0.0;
+  for (int k = first; k < last; ++k)
+    sum += (logit ? logit_covered : covered)[static_cast<std::size_t>(k)];
+  return sum / (1.0 * sets * (last - first));
 }
 
 }  // namespace tolvenra::test

@@ -54,4 +54,16 @@ struct coverage_study {
   [[nodiscard]] double mean_rho(bool logit) const;
 };
 
+/// The same for latent statuses: 500 cases at three times, two statuses, four dichotomous items of
+/// the same probabilities at every time.
+struct status_coverage_study {
+  static constexpr int parameters = 13;  ///< a start share, four transitions, eight responses
+  int sets = 0;
+  std::array<int, parameters> covered{}, logit_covered{};
+
+  void add(unsigned seed, const da_options& options);
+  /// Share of intervals that cover, over parameters first to last - 1.
+  [[nodiscard]] double mean(bool logit, int first, int last) const;
+};
+
 }  // namespace tolvenra::test
