@@ -24,17 +24,6 @@ struct chain {
   const da_options& options;
 };
 
-int32 load(const dataset_type& dataset, const model_type& model, const param_type& param,
-           mlworkspace& work, error_type& err) {
-  if (put_dataset(dataset, work, err) != 0)
-    return fail(err, here, {text("Failed to load dataset into workspace.")});
-  if (put_model(model, work, err) != 0)
-    return fail(err, here, {text("Failed to load model into workspace.")});
-  if (put_param(param, work, err) != 0)
-    return fail(err, here, {text("Failed to load parameters into workspace.")});
-  return 0;
-}
-
 int32 check_options(const da_options& options, error_type& err) {
   if (options.imputations < 1)
     return fail(err, here, {text("The number of imputations must be positive.")});
@@ -361,7 +350,7 @@ int32 hand_back(chain& run, param_type& param, daresult& result, mlresult_type& 
 int32 run_chain(chain& run, const dataset_type& dataset, const model_type& model, param_type& param,
                 daresult& result, mlresult_type& ml, error_type& err) {
   if (nullify_daresult(result, err) != 0) return pass_on(err, here);
-  if (load(dataset, model, param, run.work, err) != 0) return -1;
+  if (load_workspace(dataset, model, param, run.work, here, err) != 0) return -1;
   if (check_options(run.options, err) != 0 || check_data(dataset, err) != 0 ||
       prepare(run, err) != 0)
     return -1;

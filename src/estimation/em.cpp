@@ -45,17 +45,6 @@ struct change {
   }
 };
 
-int32 load(const dataset_type& dataset, const model_type& model, const param_type& param,
-           mlworkspace& work, error_type& err) {
-  if (put_dataset(dataset, work, err) != 0)
-    return fail(err, here, {text("Failed to load dataset into workspace.")});
-  if (put_model(model, work, err) != 0)
-    return fail(err, here, {text("Failed to load model into workspace.")});
-  if (put_param(param, work, err) != 0)
-    return fail(err, here, {text("Failed to load parameters into workspace.")});
-  return 0;
-}
-
 int32 set_controls(const em_controls& controls, mlworkspace& work, error_type& err) {
   em_state& em = work.em;
   em = em_state{};
@@ -108,17 +97,22 @@ int32 run_msteps(mlworkspace& work, error_type& err) {
     return fail(err, here, {text(step, work.em.iter)});
   };
   if (now.rho && mstep_rho(work, err) != 0) return failed("M-step for RHO failed at iteration ");
-  if (now.big_rho && mstep_big_rho(work, err) != 0) return failed("M-step for BIG RHO failed at iteration ");
-  if (now.gamma && mstep_gamma(work, err) != 0) return failed("M-step for gamma failed at iteration ");
-  if (now.beta && run_regression(mstep_beta, work.beta.use_prior, "M-step for BETA failed at iteration ", work, err) != 0)
+  if (now.big_rho && mstep_big_rho(work, err) != 0)
+    return failed("M-step for BIG RHO failed at iteration ");
+  if (now.gamma && mstep_gamma(work, err) != 0)
+    return failed("M-step for gamma failed at iteration ");
+  if (now.beta && run_regression(mstep_beta, work.beta.use_prior,
+                                 "M-step for BETA failed at iteration ", work, err) != 0)
     return -1;
-  if (now.delta && mstep_delta(work, err) != 0) return failed("M-step for delta failed at iteration ");
+  if (now.delta && mstep_delta(work, err) != 0)
+    return failed("M-step for delta failed at iteration ");
   if (now.delta_beta &&
-      run_regression(mstep_delta_beta, work.delta_beta.use_prior, "M-step for DELTA BETA failed at iteration ", work, err) != 0)
+      run_regression(mstep_delta_beta, work.delta_beta.use_prior,
+                     "M-step for DELTA BETA failed at iteration ", work, err) != 0)
     return -1;
   if (now.tau && mstep_tau(work, err) != 0) return failed("M-step for TAU failed at iteration ");
-  if (now.tau_beta &&
-      run_regression(mstep_tau_beta, work.tau_beta.use_prior, "M-step for TAU BETA failed at iteration ", work, err) != 0)
+  if (now.tau_beta && run_regression(mstep_tau_beta, work.tau_beta.use_prior,
+                                     "M-step for TAU BETA failed at iteration ", work, err) != 0)
     return -1;
   return 0;
 }
@@ -242,6 +236,17 @@ double log_prior_of(const logit_block<3>& beta, const class_counts& classes) {
 
 }  // namespace
 
+int32 load_workspace(const dataset_type& dataset, const model_type& model, const param_type& param,
+                     mlworkspace& work, const routine& caller, error_type& err) {
+  if (put_dataset(dataset, work, err) != 0)
+    return fail(err, caller, {text("Failed to load dataset into workspace.")});
+  if (put_model(model, work, err) != 0)
+    return fail(err, caller, {text("Failed to load model into workspace.")});
+  if (put_param(param, work, err) != 0)
+    return fail(err, caller, {text("Failed to load parameters into workspace.")});
+  return 0;
+}
+
 double log_prior(const mlworkspace& work) {
   double sum = log_prior_of(work.rho);
   sum += work.beta.active ? log_prior_of(work.beta, work.classes) : log_prior_of(work.gamma);
@@ -274,7 +279,7 @@ int32 run_em_modelfit(const dataset_type& dataset, const model_type& model, para
                       const em_controls& controls) {
   if (nullify_mlresult(result, err) != 0)
     return fail(err, here, {text("Unable to nullify the ml results.")});
-  if (load(dataset, model, param, work, err) != 0) return -1;
+  if (load_workspace(dataset, model, param, work, here, err) != 0) return -1;
   if (set_controls(controls, work, err) != 0) return -1;
   work.post.keep = work.beta.active;  // the regressions read the posteriors of every iteration
   if (iterate(work, controls.watch, err) != 0) return -1;

@@ -37,6 +37,10 @@ int32 run_em_modelfit(const dataset_type& dataset, const model_type& model, para
                       mlresult_type& result, mlworkspace& work, error_type& err,
                       const em_controls& controls = {});
 
+/// Loads data, model and parameters; failures are reported in the name of the calling routine.
+int32 load_workspace(const dataset_type& dataset, const model_type& model, const param_type& param,
+                     mlworkspace& work, const routine& caller, error_type& err);
+
 /// Logarithm of the priors in force at the estimates, up to a constant; with the log-likelihood it
 /// is what the iterations raise.
 double log_prior(const mlworkspace& work);
