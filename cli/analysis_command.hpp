@@ -50,7 +50,7 @@ std::optional<Fit> run_with_progress(Run&& run, const char* hint, exit_code& fai
     fit = run(progress.record());
     cancelled = progress.cancelled();
   }
-  if (fit.completed) return fit;
+  if (fit.completed && !cancelled) return fit;
   failure = report_failure(fit, cancelled, hint);
   return std::nullopt;
 }

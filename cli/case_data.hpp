@@ -21,6 +21,7 @@ struct case_data {
   std::vector<double> missing;       ///< per column: cases (by frequency) without a response
   std::vector<double> freq, weight;  ///< one per row; empty when there is no such column
   std::optional<categories> group;
+  std::vector<std::int32_t> cluster;  ///< of each row, from 1; empty without clusters
   std::vector<covariate> covariates;  ///< the columns of the engine's matrix
   std::size_t rows = 0;               ///< of the engine's arrays
   double cases = 0.0;                 ///< sum of the frequencies

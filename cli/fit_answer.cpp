@@ -50,7 +50,7 @@ void set_fit(const case_data& data, const fit_record& fit, double entropy, bool 
 }
 
 void add_test(const fit_record& fit, std::size_t k, const std::string& name, std::int32_t df,
-              fit_answer& answer) {
+              fit_answer& answer, bool corrected) {
   covariate_test& test = answer.tests.emplace_back();
   test.name = name;
   test.df = df;
@@ -62,6 +62,10 @@ void add_test(const fit_record& fit, std::size_t k, const std::string& name, std
       test.statistic
           ? fmt::format("The model without \"{}\" has not converged: its test is too small or "
                         "too large. Raise --max-iter.",
+                        name)
+      : corrected
+          ? fmt::format("\"{}\" is not tested: the model without it could not be fitted, or there "
+                        "are no standard errors to correct the statistic by.",
                         name)
           : fmt::format("The model without \"{}\" could not be fitted: it is not tested.", name));
 }
@@ -80,7 +84,8 @@ void add_fit_warnings(const analysis_options& options, const fit_record& fit, st
                     "change below {}. Raise --max-iter.",
                     answer.iterations, options.criterion));
   if (const auto failed = starts - fit.run_info[2]; failed > 0)
-    warn(fmt::format("{} of {} starts failed. The last report:\n{}", failed, starts, fit.message));
+    warn(fmt::format("{} of {} starts failed.{}", failed, starts,
+                     fit.run_info[7] < 0 ? "" : " The last report:\n" + fit.message));
   if (answer.best_start_hits == 1 && starts > 1)
     warn(
         "Only one start reached the best log-likelihood: it may be a local maximum. Raise "

@@ -46,9 +46,10 @@ struct fit_answer {
 void set_fit(const case_data& data, const fit_record& fit, double entropy, bool has_prior,
              double X2_p, fit_answer& answer);
 
-/// Adds the test of the k-th covariate, and a warning where it failed.
+/// Adds the test of the k-th covariate, and a warning where it failed. \param corrected  the
+/// statistic is corrected by standard errors, without which there is none
 void add_test(const fit_record& fit, std::size_t k, const std::string& name, std::int32_t df,
-              fit_answer& answer);
+              fit_answer& answer, bool corrected = false);
 
 /// Warns of what the fit and the search left open. \param starts  that were made
 void add_fit_warnings(const analysis_options& options, const fit_record& fit, std::int32_t starts,

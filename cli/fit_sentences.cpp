@@ -7,30 +7,11 @@
 #include <string_view>
 
 #include "report_parts.hpp"
-#include "utf8.hpp"
 
 namespace tolvenra::cli {
 namespace {
 
 constexpr double level = 0.05;
-constexpr std::size_t line_width = 92;
-
-/// A paragraph between two blanks at the left and `line_width`, words kept whole.
-std::string paragraph(std::string_view text) {
-  std::string lines;
-  std::size_t used = line_width;
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find(' '), text.size());
-    const std::string_view word = text.substr(0, end);
-    text.remove_prefix(std::min(end + 1, text.size()));
-    const bool starts_line = used + 1 + width_of(word) > line_width;
-    if (starts_line && !lines.empty()) lines += '\n';
-    lines += starts_line ? "  " : " ";
-    used = (starts_line ? 2 : used + 1) + width_of(word);
-    lines += word;
-  }
-  return lines + '\n';
-}
 
 std::string count(double value) {
   return std::isfinite(value) ? fmt::format("{:.6g}", value) : "countless";
@@ -66,6 +47,8 @@ std::string obstacle(p_value_use use) {
              "would belong to another number.";
     case p_value_use::weights:
       return "With sampling weights it is not distributed as chi-square.";
+    case p_value_use::clusters:
+      return "When cases of a cluster depend on each other it is not distributed as chi-square.";
     case p_value_use::overflow:
       return "The cells are too many to be numbered.";
     default:
@@ -167,6 +150,8 @@ std::string p_reason(p_value_use use) {
       return "dependent parameters";
     case p_value_use::weights:
       return "sampling weights";
+    case p_value_use::clusters:
+      return "clusters";
     case p_value_use::sparse:
       return "sparse table";
     case p_value_use::overflow:

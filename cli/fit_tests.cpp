@@ -63,6 +63,13 @@ bool weights_differ(const case_data& data) {
                      [&](double weight) { return weight != 1.0; });
 }
 
+bool share_clusters(const case_data& data) {
+  if (data.cluster.empty()) return false;
+  const auto clusters = *std::max_element(data.cluster.begin(), data.cluster.end());
+  return static_cast<std::size_t>(clusters) < data.rows ||
+         data.cases > static_cast<double>(data.rows);
+}
+
 }  // namespace
 
 bool cells_suit_G2(const expected_cells& cells) {
@@ -116,8 +123,9 @@ fit_tests make_fit_tests(const case_data& data, const fit_record& fit, double X2
   tests.unfinished = fit.run_info[14];
   tests.bound = fit.fit_extra[7];
   const auto freed = df_of(fit.cat_df);
-  const p_value_use weighted =
-      weights_differ(data) ? p_value_use::weights : p_value_use::meaningful;
+  const p_value_use weighted = weights_differ(data)   ? p_value_use::weights
+                               : share_clusters(data) ? p_value_use::clusters
+                                                      : p_value_use::meaningful;
   if (tests.missing_responses) {  // covariates have no part in it: both models know responses alone
     tests.missing = {if_finite(fit.cat_g2), freed, if_finite(fit.fit_extra[5])};
     set_use(tests.missing, cells_suit_G2(tests.shown), weighted);

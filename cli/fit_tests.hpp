@@ -17,6 +17,7 @@ enum class p_value_use {
   covariates,    ///< no statistic: a conditional likelihood against an unconditional one
   restrictions,  ///< parameters that the restrictions determine count in the degrees of freedom
   weights,       ///< sampling weights: the statistic is no sum of independent contributions
+  clusters,      ///< neither with cases that depend on each other
   sparse,        ///< expected counts too small for the chi-square approximation
   overflow       ///< more cells than can be numbered
 };

@@ -189,6 +189,10 @@ exit_code run_impute_command(const CLI::App& impute, impute_options& options) {
                         lta_tables);
   }
   forget_overridden(impute, options.lca);
+  if (!options.lca.cluster.empty())
+    throw input_error::of("{}: imputation takes no account of clusters; leave it out.",
+                          options.lca.asked_by("cluster"));
+  options.lca.se = false;  // Rubin's rules give those of the report
   return run_analysis(options.lca, options.wanted, prepare_lca, run_lca, make_lca_answer,
                       lca_tables);
 }

@@ -4,6 +4,7 @@
 
 #include "fit_json.hpp"
 #include "json_parts.hpp"
+#include "standard_error_json.hpp"
 
 namespace tolvenra::cli {
 namespace {
@@ -18,6 +19,8 @@ json settings_json(const lca_data& data, const lca_options& options) {
           {"freq", name_or_null(options.freq)},
           {"weight", name_or_null(options.weight)},
           {"group", name_or_null(options.group)},
+          {"cluster", name_or_null(options.cluster)},
+          {"se", data.errors_wanted},
           {"na", options.na},
           {"starts", starts_of(data.model, options)},
           {"seed", options.seed},
@@ -83,8 +86,10 @@ std::string lca_json(const lca_data& data, const lca_options& options, const lca
       {"covariates", covariates_json(data)},
       {"beta", coefficients_json(answer, [](double b) { return b; })},
       {"odds_ratios", coefficients_json(answer, [](double b) { return std::exp(b); })},
-      {"covariate_tests", covariates_are_tested(data) ? tests_json(answer.tests) : json(nullptr)},
-      {"bivariate_residuals", residuals_json(data, answer.residuals)}};
+      {"covariate_tests", data.covariates.empty() ? json(nullptr) : tests_json(answer.tests)},
+      {"bivariate_residuals", residuals_json(data, answer.residuals)},
+      {"clusters", clusters_json(answer)},
+      {"standard_errors", standard_errors_json(answer)}};
   return json_text(document);
 }
 

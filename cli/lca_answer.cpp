@@ -66,6 +66,11 @@ void set_coefficients(const lca_data& data, std::size_t nc, const lca_fit& fit,
   }
 }
 
+void set_clusters(const lca_fit& fit, lca_answer& answer) {
+  answer.clusters = {fit.n_clusters, fit.cluster_min, fit.cluster_max, std::nullopt};
+  if (fit.has_errors()) answer.clusters->deff = fit.deff;
+}
+
 }  // namespace
 
 lca_answer make_lca_answer(const lca_data& data, const lca_options& options, const lca_fit& fit) {
@@ -75,10 +80,13 @@ lca_answer make_lca_answer(const lca_data& data, const lca_options& options, con
   order_classes(data, nc, fit, answer);
   set_estimates(data, nc, fit, answer);
   set_coefficients(data, nc, fit, answer);
+  if (data.errors_wanted)
+    answer.errors = make_standard_errors(data, nc, fit, answer.order, answer.beta);
+  if (!data.cluster.empty()) set_clusters(fit, answer);
   const std::size_t classes = data.model.binary ? 1 : nc - 1;
   for (std::size_t v = 0; v < fit.test_stat.size(); ++v)
     add_test(fit, v, data.covariates[v].name, static_cast<std::int32_t>(classes * data.groups()),
-             answer);
+             answer, !data.weight.empty() || !data.cluster.empty());
   if (options.residuals || !options.json.empty())
     answer.residuals = bivariate_residuals(data, options.classes, fit);
   add_fit_warnings(options, fit, starts_of(data.model, options), answer);

@@ -8,8 +8,15 @@
 #include "fit_answer.hpp"
 #include "lca_run.hpp"
 #include "residuals.hpp"
+#include "standard_errors.hpp"
 
 namespace tolvenra::cli {
+
+struct cluster_sizes {
+  std::int32_t number = 0;
+  double smallest = 0.0, largest = 0.0;  ///< cases
+  std::optional<double> deff;            ///< design effect; empty without standard errors
+};
 
 struct lca_answer : fit_answer {
   std::vector<pair_residual> residuals;  ///< empty unless printed or written
@@ -24,6 +31,8 @@ struct lca_answer : fit_answer {
   /// covariates.
   std::vector<std::vector<std::vector<double>>> beta;
   std::vector<std::string> class_labels;  ///< "1", "2", ... or the user's names
+  std::optional<standard_errors> errors;  ///< empty when not wanted
+  std::optional<cluster_sizes> clusters;
 };
 
 /// \param fit  completed.

@@ -9,6 +9,8 @@ namespace tolvenra::cli {
 
 struct lca_data : case_data {
   lca_model model;
+  bool errors_wanted = true;   ///< standard errors are asked for, or small enough to be made
+  std::size_t parameters = 0;  ///< without regard to restrictions
 };
 
 /// Throws input_error for everything that leaves no analysis to be made.

@@ -48,6 +48,11 @@ void add_lca_analysis(CLI::App& command, lca_options& options) {
 CLI::App* add_lca_command(CLI::App& app, lca_options& options) {
   CLI::App* lca = app.add_subcommand("lca", "Latent class analysis");
   add_lca_analysis(*lca, options);
+  add_text(*lca, "--cluster", options.cluster,
+           "Column of clusters (schools, households) whose cases may depend on each other", "COL");
+  lca->add_flag_function(
+      "--se,!--no-se", [&options](std::int64_t given) { options.se = given > 0; },
+      "Standard errors and 95 % intervals [up to 1500 parameters]; --no-se leaves them out");
   add_outputs(*lca, options, "Write the data with each row's class probabilities to this CSV file");
   lca->add_flag("--residuals", options.residuals,
                 "Print observed and expected two-way tables of all pairs of items");

@@ -3,6 +3,7 @@
 
 #include <CLI/App.hpp>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,8 @@ struct lca_options : analysis_options {
   std::vector<std::string> class_names;  ///< empty, or one per class
   bool invariant = false;                ///< the same response probabilities in every group
   std::vector<std::string> covariates;
+  std::string cluster;     ///< column of clusters; empty when not given
+  std::optional<bool> se;  ///< standard errors; empty: unless they take long
   double prior_rho = 0.0, prior_gamma = 0.0, prior_beta = 0.0;
   bool residuals = false;  ///< print the bivariate residuals
 };

@@ -14,7 +14,19 @@ struct lca_fit : fit_record {
   std::vector<double> rho;       ///< (nitem, nc, nrcmax, ngroup)
   std::vector<double> beta;      ///< (ncov + 1, nc, ngroup); empty without covariates
   std::vector<double> post_cls;  ///< (nrow, nc); empty when not wanted
+  /// Standard errors; empty when not wanted. cov_b is square of order run_info(9).
+  std::vector<double> std_gamma, std_gamma_model, std_rho, cov_b;
+  double deff = 0.0;  ///< design effect; with the next ones it has a meaning for clusters
+  std::int32_t n_clusters = 0;
+  double cluster_min = 0.0, cluster_max = 0.0;  ///< cases
+
+  [[nodiscard]] bool has_errors() const { return run_info[7] == 1; }
 };
+
+/// The engine's reference class (from 0). While classes are listed by size, the fit knows no
+/// reference of the user's: the answer expresses the coefficients against it afterwards, and the
+/// fit is the same whichever it is. Of two classes, one against the rest is one against the other.
+std::size_t engine_reference(const lca_model& model);
 
 lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progress* progress);
 

@@ -9,7 +9,7 @@ lca_options parse_model(std::string_view text, const std::string& source) {
     lca_options options;
     const model_reader reader(document, source, options);
     reader.check_sections();
-    reader.read_data({});
+    reader.read_data({{"cluster", &options.cluster}});
     const section model(document, source, "model",
                         {"items", "classes", "invariant", "covariates", "reference", "binary"});
     model.texts("items", "a list of columns such as [\"A\", \"q1-q12\"]", options, options.items);

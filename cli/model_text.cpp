@@ -9,6 +9,7 @@ std::string model_text(const lca_data& data, const lca_options& options) {
   const lca_model& model = data.model;
   model_writer writer("# Latent class analysis: tolvenra lca --model THIS_FILE\n", options);
   writer.write_data();
+  writer.line_if("cluster", options.cluster);
   writer.begin("model");
   std::vector<std::string> items, covariates;
   std::vector<const categories*> columns;

@@ -12,6 +12,8 @@ namespace {
 
 std::string whole_or_exact(double value) { return fmt::format("{}", value); }
 
+constexpr std::size_t paragraph_width = 92;
+
 }  // namespace
 
 std::string fixed(double value) {
@@ -28,6 +30,22 @@ std::string odds_text(double coefficient) {
 
 std::string counted(std::size_t n, std::string_view one, std::string_view several) {
   return fmt::format("{} {}", n, n == 1 ? one : several);
+}
+
+std::string paragraph(std::string_view text) {
+  std::string lines;
+  std::size_t used = paragraph_width;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find(' '), text.size());
+    const std::string_view word = text.substr(0, end);
+    text.remove_prefix(std::min(end + 1, text.size()));
+    const bool starts_line = used + 1 + width_of(word) > paragraph_width;
+    if (starts_line && !lines.empty()) lines += '\n';
+    lines += starts_line ? "  " : " ";
+    used = (starts_line ? 2 : used + 1) + width_of(word);
+    lines += word;
+  }
+  return lines + '\n';
 }
 
 std::string aligned(const table_rows& rows, std::size_t left, std::string_view indent) {
@@ -131,7 +149,7 @@ std::string search_section(const analysis_options& options, bool start_given,
   return text;
 }
 
-std::string test_table(const std::vector<covariate_test>& tests) {
+std::string test_table(const std::vector<covariate_test>& tests, std::string_view correction) {
   table_rows rows{{"Covariate", "Chi-square", "df", "p"}};
   for (const covariate_test& test : tests) {
     const std::string p = test.p ? p_text(*test.p) : "";
@@ -139,7 +157,8 @@ std::string test_table(const std::vector<covariate_test>& tests) {
                     fmt::format("{}", test.df), p.starts_with("p = ") ? p.substr(4) : p});
     if (p.starts_with("p < ")) rows.back().back() = p.substr(2);
   }
-  return "\nLikelihood-ratio tests of the covariates\n" + aligned(rows, 1);
+  return fmt::format("\nLikelihood-ratio tests of the covariates{}\n{}", correction,
+                     aligned(rows, 1));
 }
 
 std::vector<std::string> with_latent_names(std::vector<std::string> heading,

@@ -20,6 +20,9 @@ inline constexpr std::size_t classes_side_by_side = 8;
 /// two blanks between them. Widths count characters, not bytes.
 std::string aligned(const table_rows& rows, std::size_t left, std::string_view indent = "  ");
 
+/// Lines of at most 92 characters, two blanks before each, words kept whole.
+std::string paragraph(std::string_view text);
+
 /// Four decimals, never "-0.0000".
 std::string fixed(double value);
 
@@ -49,8 +52,8 @@ std::string fit_section(const fit_answer& answer, bool covariates);
 std::string search_section(const analysis_options& options, bool start_given,
                            const fit_answer& answer);
 
-/// Likelihood-ratio tests of covariates.
-std::string test_table(const std::vector<covariate_test>& tests);
+/// Likelihood-ratio tests of covariates. \param correction  what the heading says of the statistics
+std::string test_table(const std::vector<covariate_test>& tests, std::string_view correction = "");
 
 /// Names of the columns of latent classes: the user's, else "Class 1", "Class 2", ...
 std::vector<std::string> with_latent_names(std::vector<std::string> heading,
@@ -60,28 +63,37 @@ std::vector<std::string> with_latent_names(std::vector<std::string> heading,
 
 /// Calls `table(first, end)` for blocks of classes that fit side by side.
 template <class Table>
-std::string in_blocks(std::size_t classes, Table&& table) {
+std::string in_blocks(std::size_t classes, Table&& table,
+                      std::size_t at_once = classes_side_by_side) {
   std::string text;
-  for (std::size_t first = 0; first < classes; first += classes_side_by_side) {
+  for (std::size_t first = 0; first < classes; first += at_once) {
     if (first > 0) text += '\n';
-    text += table(first, std::min(first + classes_side_by_side, classes));
+    text += table(first, std::min(first + at_once, classes));
   }
   return text;
 }
 
-/// Response probabilities, one row for each item and category. \param probability  of
-/// (item, category, class)
-template <class Probability>
-std::string response_table(const std::vector<const categories*>& items,
+/// A table with one row for each item and category. \param cell  text for (item, category, class)
+template <class Cell>
+std::string response_cells(const std::vector<const categories*>& items,
                            const std::vector<std::string>& names, std::string_view word,
-                           std::size_t first, std::size_t end, Probability&& probability) {
+                           std::size_t first, std::size_t end, Cell&& cell) {
   table_rows rows{with_latent_names({"Item", "Category"}, names, word, first, end)};
   for (std::size_t j = 0; j < items.size(); ++j)
     for (std::size_t k = 0; k < items[j]->labels.size(); ++k) {
       rows.push_back({k == 0 ? items[j]->name : "", items[j]->labels[k]});
-      for (std::size_t c = first; c < end; ++c) rows.back().push_back(fixed(probability(j, k, c)));
+      for (std::size_t c = first; c < end; ++c) rows.back().push_back(cell(j, k, c));
     }
   return aligned(rows, 2);
+}
+
+/// Response probabilities. \param probability  of (item, category, class)
+template <class Probability>
+std::string response_table(const std::vector<const categories*>& items,
+                           const std::vector<std::string>& names, std::string_view word,
+                           std::size_t first, std::size_t end, Probability&& probability) {
+  return response_cells(items, names, word, first, end,
+                        [&](auto j, auto k, auto c) { return fixed(probability(j, k, c)); });
 }
 
 }  // namespace tolvenra::cli
