@@ -82,10 +82,10 @@ class lca_reporter {
       if (errors_ && classes_ > 1)
         add("95 %", [&](std::size_t c) { return interval_text(errors_->gamma[g][c]); });
     }
-    const uncertainty unknown;  // the average is taken for its parts' standing, not tested
+    const uncertainty none;  // the engine gives the groups' alone
     if (data_.group)
       add("all groups", [&](std::size_t c) {
-        return errors_ ? with_error(answer_.shares[c], unknown) : fixed(answer_.shares[c]);
+        return errors_ ? with_error(answer_.shares[c], none) : fixed(answer_.shares[c]);
       });
     return aligned(rows, 1);
   }

@@ -1,7 +1,8 @@
 // Do 95 % intervals from robust standard errors cover? 500 data sets of each design, seeds 1 to
 // 500 for the data and the starts, fixed before the first run. Ends with status 1 when a kind of
-// parameter is covered outside 93 % to 97 % on average (clusters: 92 % to 97 %), or a single one
-// outside 91 % to 99 %, or when intervals that ignore the clusters cover more than 90 % on average.
+// parameter is covered outside 93 % to 97 % on average or a single one outside 91 % to 99 % (with
+// clusters: a kind outside 92 % to 97 %), or when intervals that ignore the clusters cover more
+// than 90 % on average.
 #include <cstdio>
 
 #include "support/se_coverage.hpp"
