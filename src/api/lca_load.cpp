@@ -62,7 +62,9 @@ int32 put_sizes(lca_run& run) {
   return param::put_dims(dims, run.param, run.err);
 }
 
-bool holds_fixed(const array<int32, 4>& codes) {
+bool holds_fixed_rho(const param_type& param) {
+  array<int32, 4> codes = param.rho_restrictions;
+  free_padding(codes.flat, param::rho_rows(param));
   return std::find(codes.flat.begin(), codes.flat.end(), 0) != codes.flat.end();
 }
 
@@ -78,7 +80,7 @@ int32 put_restrictions(lca_run& run) {
       param::put_rho_restrictions(copy_in<int32, 4>(call.rho_restrictions, shape), run.param,
                                   run.err) != 0)
     return -1;
-  const bool fixed = holds_fixed(run.param.rho_restrictions);
+  const bool fixed = holds_fixed_rho(run.param);
   if (fixed && !call.rho)
     return refuse(
         run, {text("A required argument is missing (NULL address):"), text("position 23 (rho)")});

@@ -172,8 +172,9 @@ int32 put_restrictions(lta_run& run) {
                    param::put_tau_restrictions) != 0 ||
       put_codes<6>(run, call.big_rho_restrictions, shape, param::put_big_rho_restrictions) != 0)
     return -1;
-  const auto& codes = run.param.big_rho_restrictions.flat;
-  if (!call.big_rho && std::find(codes.begin(), codes.end(), 0) != codes.end())
+  array<int32, 6> codes = run.param.big_rho_restrictions;
+  free_padding(codes.flat, param::big_rho_rows(run.param));
+  if (!call.big_rho && std::find(codes.flat.begin(), codes.flat.end(), 0) != codes.flat.end())
     return refuse(run, {text("A required argument is missing (NULL address):"),
                         text("position 27 (big_rho)")});
   return 0;
@@ -192,9 +193,8 @@ int32 load_model(lta_run& run) {
   if (call.ns < 1)
     return refuse(run, {text("The number of latent statuses specified was ", call.ns),
                         text("A run needs at least 1.")});
-  if (put_regression_options(run) != 0 || put_probabilities(run) != 0 || put_restrictions(run) != 0)
-    return -1;
-  return refuse_unestimable(run);
+  if (put_regression_options(run) != 0 || put_probabilities(run) != 0) return -1;
+  return put_restrictions(run);
 }
 
 }  // namespace tolvenra::api

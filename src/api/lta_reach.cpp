@@ -1,5 +1,5 @@
-// What no data or no case could ever estimate is refused by name instead of returned as the
-// starting value it would keep.
+// Fixed zeros may leave a status that no case can be in; the M-step then ends without counts for
+// its rows, and the report should say why.
 #include <algorithm>
 
 #include "api/lta_run.hpp"
@@ -33,37 +33,6 @@ int32 response_row(const param_type& set, int32 i, int32 s, int32 t, int32 g) {
   return i - 1 + set.ni * (s - 1 + set.ns * (t - 1 + set.nt * (g - 1)));
 }
 
-int32 refuse_unanswered(lta_run& run) {
-  const param_type& set = run.param;
-  array<char, 3> answered;
-  answered.allocate({set.ni, set.nt, set.nstr});
-  const distinct_rows& rows = *run.dataset.rows;
-  for (int32 g = 1; g <= set.nstr; ++g)
-    for (int32 row = rows.stratum_start[static_cast<std::size_t>(g - 1)] + 1;
-         row <= rows.stratum_start[static_cast<std::size_t>(g)]; ++row)
-      for (int32 t = 1; t <= set.nt; ++t)
-        for (int32 i = 1; i <= set.ni; ++i)
-          if (rows.response(row, (t - 1) * set.ni + i) != 0) answered(i, t, g) = 1;
-  const row_layout layout = param::big_rho_rows(set);
-  for (int32 g = 1; g <= set.nstr; ++g)
-    for (int32 t = 1; t <= set.nt; ++t)
-      for (int32 i = 1; i <= set.ni; ++i) {
-        const auto counts = [&](int32 s) {
-          return needs_counts(set.big_rho_restrictions.flat, layout, response_row(set, i, s, t, g));
-        };
-        bool wanted = false;
-        for (int32 s = 1; s <= set.ns; ++s) wanted = wanted || counts(s);
-        const bool any = shared_with(run, t, g, [&](int32 other_t, int32 other_g) {
-          return answered(i, other_t, other_g) != 0;
-        });
-        if (wanted && !any)
-          return refuse(run, {text("No case of stratum (group) ", g, " answered status item ", i,
-                                   " at time ", t, "."),
-                              text("Hold big_rho equal across time, or fix its probabilities.")});
-      }
-  return 0;
-}
-
 /// Statuses that some case can be in, by status, time and stratum.
 array<char, 3> reachable(const param_type& set) {
   array<char, 3> reach;
@@ -81,11 +50,16 @@ array<char, 3> reachable(const param_type& set) {
   return reach;
 }
 
-int32 refuse_unreachable(lta_run& run) {
+}  // namespace
+
+void explain_unreachable(lta_run& run) {
   const param_type& set = run.param;
   const array<char, 3> reach = reachable(set);
   const row_layout moves = param::tau_rows(set);
   const row_layout responses = param::big_rho_rows(set);
+  const auto explain = [&](std::initializer_list<text_lines> lines) {
+    fail(run.err, run.here, lines);
+  };
   for (int32 g = 1; g <= set.nstr; ++g)
     for (int32 t = 1; t <= set.nt; ++t)
       for (int32 s = 1; s <= set.ns; ++s) {
@@ -94,22 +68,15 @@ int32 refuse_unreachable(lta_run& run) {
                                " be in status ", s, " at time ", t, ".");
         const int32 row = s - 1 + set.ns * (t - 1 + (set.nt - 1) * (g - 1));
         if (t < set.nt && needs_counts(set.tau_restrictions.flat, moves, row))
-          return refuse(run, {line, text("Fix all but one element of its row of tau.")});
+          return explain({line, text("Fix all but one element of its row of tau.")});
         const bool shared = shared_with(run, t, g, [&](int32 other_t, int32 other_g) {
           return reach(s, other_t, other_g) != 0;
         });
         for (int32 i = 1; i <= set.ni && !shared; ++i)
           if (needs_counts(set.big_rho_restrictions.flat, responses, response_row(set, i, s, t, g)))
-            return refuse(run, {line, text("Fix its response probabilities, or hold big_rho"),
-                                text("equal across time.")});
+            return explain({line, text("Fix its response probabilities, or hold big_rho"),
+                            text("equal across time.")});
       }
-  return 0;
-}
-
-}  // namespace
-
-int32 refuse_unestimable(lta_run& run) {
-  return refuse_unanswered(run) != 0 ? -1 : refuse_unreachable(run);
 }
 
 }  // namespace tolvenra::api

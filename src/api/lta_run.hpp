@@ -21,9 +21,8 @@ void enter_lta(const lta_run& run);
 /// Data set, and the model with its options, starting values and restrictions.
 int32 load_data(lta_run& run);
 int32 load_model(lta_run& run);
-/// Refuses what no data or no case could ever estimate: items without responses, statuses and
-/// transitions out of reach.
-int32 refuse_unestimable(lta_run& run);
+/// Adds to the report of a failed run which status the fixed zeros put out of reach, if any.
+void explain_unreachable(lta_run& run);
 /// Likelihood-ratio test of each covariate, where the host gave an address for the statistics.
 int32 test_covariates(lta_run& run);
 /// All results but the per-start arrays, of a run that succeeded.

@@ -159,13 +159,15 @@ double degrees_of_freedom(const lta_run& run, const covariate& tested) {
 
 int32 test_covariates(lta_run& run) {
   const lta_call& call = run.call;
-  const int32 count = std::max(call.ncov_delta, 0) + (call.nt > 1 ? std::max(call.ncov_tau, 0) : 0);
-  if (!call.test_stat || count < 1 || call.ns < 2) return 0;
-  run.test_stat.assign(static_cast<std::size_t>(count), 0.0);
-  run.test_p.assign(run.test_stat.size(), 1.0);
-  run.test_status.assign(run.test_stat.size(), 0);
+  const int32 count = std::max(call.ncov_delta, 0) + std::max(call.ncov_tau, 0);
+  if (!call.test_stat || count < 1) return 0;
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  run.test_stat.assign(static_cast<std::size_t>(count), nan);  // what has no effect has no test
+  run.test_p.assign(run.test_stat.size(), nan);
+  run.test_status.assign(run.test_stat.size(), -1);
   run.progress.begin_stage(run_stage::covariate_tests, count);
-  for (int32 i = 1; i <= count; ++i) {
+  const int32 tested = call.ns < 2 ? 0 : (call.nt > 1 ? count : std::max(call.ncov_delta, 0));
+  for (int32 i = 1; i <= tested; ++i) {
     const auto at = static_cast<std::size_t>(i - 1);
     run.test_status[at] = test_one(run, i, run.test_stat[at]);
     if (run.progress.cancelled()) return refuse_cancelled(run);

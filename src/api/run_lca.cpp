@@ -77,7 +77,8 @@ int32 search_starts(lca_run& run) {
   search.controls = controls_of(call);
   search.progress = &run.progress;
   const prior_strengths strengths = strengths_of(call);
-  if (run.plain && strengths.any() && run.starts.size() > 1 && !classes_are_labelled(run.param)) {
+  if (run.plain && strengths.any() && run.starts.size() > 1 &&
+      !classes_are_labelled(run.param, search.fixed.rho)) {
     search.plain = &*run.plain;
     search.strengths = strengths;
   }

@@ -32,6 +32,7 @@ fixed_measurement fixed_values(const lta_run& run) {
 }
 
 int32 refuse_stabilising_fit(lta_run& run) {
+  explain_unreachable(run);
   return refuse(run, {text("NOTE: the above error occurred during the initial"),
                       text("      model run to obtain stablizing priors.")});
 }
@@ -75,9 +76,11 @@ int32 search_starts(lta_run& run) {
   search.progress = &run.progress;
   search.strengths.status = call.prior_strength;
   if (run.plain && search.strengths.any() && run.starts.size() > 1 && search.random &&
-      !statuses_are_labelled(run.param))
+      !statuses_are_labelled(run.param, search.fixed.big_rho))
     search.plain = &*run.plain;
-  return fit_starts(search, run);
+  if (fit_starts(search, run) == 0) return 0;
+  if (!run.progress.cancelled()) explain_unreachable(run);
+  return -1;
 }
 
 /// Relative entropy of the status posteriors over all times.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/dynamic_allocation.hpp"
+#include "model/label_exchange.hpp"
 #include "numerics/assignment.hpp"
 
 namespace tolvenra::api {
@@ -106,12 +107,12 @@ array<int32, 2> own_labels(const param_type& param) {
   return class_of;
 }
 
-bool classes_are_labelled(const param_type& param) {
-  const auto restricted = [](int32 code) { return code != 1; };
-  return std::any_of(param.gamma_restrictions.flat.begin(), param.gamma_restrictions.flat.end(),
-                     restricted) ||
-         std::any_of(param.rho_restrictions.flat.begin(), param.rho_restrictions.flat.end(),
-                     restricted);
+bool classes_are_labelled(const param_type& param, const array<double, 4>* fixed_rho) {
+  const auto nothing_else = [](std::size_t, std::size_t) { return true; };
+  array<int32, 4> of_rho = param.rho_restrictions;
+  free_padding(of_rho.flat, param::rho_rows(param));
+  return !labels_exchangeable(param.gamma_restrictions, param.gamma, {0}, nothing_else) ||
+         !labels_exchangeable(of_rho, fixed_rho ? *fixed_rho : param.rho, {1}, nothing_else);
 }
 
 }  // namespace tolvenra::api

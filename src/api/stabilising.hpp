@@ -48,6 +48,7 @@ array<int32, 2> match_labels(const param_type& start, const param_type& plain);
 array<int32, 2> own_labels(const param_type& param);
 
 /// Whether restrictions tell the classes apart, so that labels mean the same in every start.
-bool classes_are_labelled(const param_type& param);
+/// \param fixed_rho  the host's values of fixed cells of random rho, or null: those of `param`
+bool classes_are_labelled(const param_type& param, const array<double, 4>* fixed_rho);
 
 }  // namespace tolvenra::api

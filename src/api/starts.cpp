@@ -128,12 +128,15 @@ bool regression_failed(const error_type& err) {
   return false;
 }
 
-int32 choose_start(const std::vector<start_outcome>& outcomes, int32& number, error_type& err) {
+int32 choose_start(const std::vector<start_outcome>& outcomes, std::string_view driver,
+                   int32& number, error_type& err) {
   const auto count = static_cast<int32>(outcomes.size());
   array<double, 1> keys;
   array<int32, 1> order;
-  if (dynamic_allocation::dbl1_alloc(keys, count, err, {}, "runlca: keys_for_sorting") != 0 ||
-      dynamic_allocation::int1_alloc(order, count, err, {}, "runlca: indices_for_sorting") != 0)
+  const std::string of_driver(driver);
+  if (dynamic_allocation::dbl1_alloc(keys, count, err, {}, of_driver + ": keys_for_sorting") != 0 ||
+      dynamic_allocation::int1_alloc(order, count, err, {}, of_driver + ": indices_for_sorting") !=
+          0)
     return -1;
   for (int32 i = 1; i <= count; ++i)  // ascending keys: the highest log-likelihood comes first
     keys(i) = -outcomes[static_cast<std::size_t>(i - 1)].loglik;
@@ -164,7 +167,8 @@ std::unique_ptr<fitted_start> run_starts(const start_search& search,
     outcomes[i].take_results(outcomes.front());
   if (search.progress->cancelled()) return nullptr;
   int32 number = 0;
-  if (choose_start(outcomes, number, err) != 0) return nullptr;
+  if (choose_start(outcomes, search.base->ni > 0 ? "runlta" : "runlca", number, err) != 0)
+    return nullptr;
   for (auto& candidate : best)
     if (candidate && candidate->number == number) return std::move(candidate);
   return nullptr;

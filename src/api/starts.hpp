@@ -10,6 +10,7 @@
 #include <limits>
 #include <memory>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "api/progress.hpp"
@@ -74,8 +75,10 @@ std::unique_ptr<fitted_start> run_starts(const start_search& search,
                                          std::vector<start_outcome>& outcomes, error_type& err);
 
 /// The start with the highest log-likelihood, the first of them; failed ones come last.
+/// \param driver  names the work arrays in reports: "runlca"
 /// \return 0 with its 1-based number, or -1
-int32 choose_start(const std::vector<start_outcome>& outcomes, int32& number, error_type& err);
+int32 choose_start(const std::vector<start_outcome>& outcomes, std::string_view driver,
+                   int32& number, error_type& err);
 
 /// Random response probabilities by a seed: rho, or big_rho of a model with status items.
 int32 draw_measurement(int32 seed, const fixed_measurement& fixed, param_type& param,

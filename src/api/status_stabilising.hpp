@@ -23,6 +23,7 @@ array<int32, 3> match_status_labels(const param_type& start, const param_type& p
 array<int32, 3> own_status_labels(const param_type& param);
 
 /// Whether restrictions tell the statuses apart, so that labels mean the same in every start.
-bool statuses_are_labelled(const param_type& param);
+/// \param fixed_big_rho  the host's values of fixed cells of random big_rho, or null
+bool statuses_are_labelled(const param_type& param, const array<double, 6>* fixed_big_rho);
 
 }  // namespace tolvenra::api

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <initializer_list>
-#include <unordered_map>
 #include <vector>
 
+#include "model/label_exchange.hpp"
 #include "numerics/assignment.hpp"
 
 namespace tolvenra::estimation {
@@ -17,37 +17,14 @@ bool unrestricted(const prob_block<R>& block) {
                                          [](int32 code) { return code == 1; });
 }
 
-/// Offset that an element has after labels k and k + 1 of the given dimensions were exchanged.
-template <std::size_t R>
-std::size_t exchanged(const std::array<int32, R>& extents, std::size_t at,
-                      std::initializer_list<std::size_t> dimensions, int32 k) {
-  auto index = indices_at(extents, static_cast<int64>(at));
-  for (const std::size_t d : dimensions)
-    if (index[d] == k || index[d] == k + 1) index[d] = 2 * k + 1 - index[d];
-  int64 offset = 0;
-  for (std::size_t d = R; d-- > 0;) offset = offset * extents[d] + index[d] - 1;
-  return static_cast<std::size_t>(offset);
-}
-
-/// Whether neighbouring labels may be exchanged in all of a family without a trace: fixed elements
-/// and prior counts keep their values, equality groups go over into each other.
+/// Whether neighbouring labels may be exchanged in all of a family, its prior included.
 template <std::size_t R>
 bool exchangeable(const prob_block<R>& block, std::initializer_list<std::size_t> dimensions) {
-  if (unrestricted(block)) return true;
-  for (int32 k = 1; k < block.now.n[*dimensions.begin()]; ++k) {
-    std::unordered_map<int32, int32> image;
-    for (std::size_t at = 0; at < block.code.flat.size(); ++at) {
-      const std::size_t to = exchanged(block.now.n, at, dimensions, k);
-      const int32 code = block.code.flat[at];
-      const int32 other = block.code.flat[to];
-      if (code < 2 || other < 2 ? code != other
-                                : image.try_emplace(code, other).first->second != other)
-        return false;
-      if (code == 0 && block.now.flat[at] != block.now.flat[to]) return false;
-      if (block.use_prior && block.pseudo[at] != block.pseudo[to]) return false;
-    }
-  }
-  return true;
+  return unrestricted(block) || labels_exchangeable(block.code, block.now, dimensions,
+                                                    [&](std::size_t at, std::size_t to) {
+                                                      return !block.use_prior ||
+                                                             block.pseudo[at] == block.pseudo[to];
+                                                    });
 }
 
 /// The assignment of drawn labels (rows) to labels (columns) that agrees most.

@@ -39,7 +39,7 @@ struct change {
   void compare(const std::vector<double>& now, const std::vector<double>& old) {
     for (std::size_t q = 0; q < now.size(); ++q) {
       const double difference = std::abs(now[q] - old[q]);
-      if (!(difference <= largest)) largest = difference;  // keeps a NaN
+      if (difference > largest || std::isnan(difference)) largest = difference;  // a NaN stays
       sum += difference;
     }
   }
@@ -163,7 +163,12 @@ int32 iterate(mlworkspace& work, const em_watch& watch, error_type& err) {
   while (!em.converged && em.iter < em.max_iter) {
     ++em.iter;
     keep_estimates(work);
-    if (run_estep(work, err) != 0 || run_msteps(work, err) != 0) return -1;
+    int32 status = 0;
+    if (allocation::allocate_under(
+            "run_em_modelfit: work", here, err,
+            [&] { status = run_estep(work, err) != 0 ? -1 : run_msteps(work, err); }) != 0 ||
+        status != 0)
+      return -1;
     note_change(work);
     if (note_history(em, err) != 0) return -1;
     em.converged = em.criterion >= em.max_abs_diff;

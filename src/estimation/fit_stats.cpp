@@ -57,27 +57,32 @@ double response_probability(const mlworkspace& work, int32 row, int32 stratum,
 /// Products that expected counts under covariates of the statuses may take.
 constexpr double most_products = 4e9;
 
-/// Distinct rows of the cases that show one of the response patterns, by covariate unit.
-std::vector<double> unit_shares(const mlworkspace& work, const row_recursion& recursion,
-                                const std::vector<int32>& rows, double total) {
+/// What tells the probabilities of two cases apart: the covariate pattern (0-based).
+int32 pattern_of(const mlworkspace& work, int32 row) {
+  return work.rows->covariates.of_row[offset(row)] - 1;
+}
+
+/// Share of each covariate pattern among the cases that show one of the response patterns.
+std::vector<double> pattern_shares(const mlworkspace& work, const std::vector<int32>& rows,
+                                   double total) {
   std::vector<double> share(static_cast<std::size_t>(work.rows->covariates.count), 0.0);
   for (const int32 first : rows)
     for (int32 row = first; row == first || same_pattern(*work.rows, row); ++row)
-      share[static_cast<std::size_t>(recursion.unit_of(row))] +=
+      share[static_cast<std::size_t>(pattern_of(work, row))] +=
           work.rows->weight[offset(row)] / total;
   return share;
 }
 
-/// Probability of a row's responses for the cases of a covariate pattern (0-based).
+/// Probability of a row's responses for the cases of a covariate pattern.
 double status_probability(const mlworkspace& work, row_recursion& recursion, int32 row,
-                          int32 unit) {
+                          int32 pattern) {
   const class_counts& classes = work.classes;
   const int32 g = stratum_of(*work.rows, row);
-  const double* prior =
-      classes.prior.empty()
-          ? &classes.table[classes.prevalence(g)]
-          : &classes
-                 .prior[static_cast<std::size_t>(unit) * static_cast<std::size_t>(classes.width)];
+  const int32 unit = work.rows->statuses.by_pattern ? pattern : g - 1;
+  const double* prior = classes.prior.empty()
+                            ? &classes.table[classes.prevalence(g)]
+                            : &classes.prior[static_cast<std::size_t>(pattern) *
+                                             static_cast<std::size_t>(classes.width)];
   double sum = 0.0;
   for (int32 c = 1; c <= work.latent.nc; ++c) {
     double product = work.data.nci > 0 ? prior[c - 1] : 1.0;
@@ -89,28 +94,29 @@ double status_probability(const mlworkspace& work, row_recursion& recursion, int
   return sum;
 }
 
-/// Expected counts when statuses or classes have covariates: the probability of every pattern at
-/// every covariate unit of the missingness pattern's cases. Not a number where that would take too
-/// long.
+/// Expected counts when statuses or classes have covariates: the probability of every response
+/// pattern at every covariate pattern of the missingness pattern's cases. Not a number where that
+/// would take too long.
 std::vector<double> expected_under_covariates(const mlworkspace& work,
                                               const std::vector<int32>& rows, double total) {
-  const row_recursion plan(work);
-  const auto share = unit_shares(work, plan, rows, total);
-  std::vector<int32> units;
+  const auto share = pattern_shares(work, rows, total);
+  std::vector<int32> patterns;
   for (std::size_t u = 0; u < share.size(); ++u)
-    if (share[u] > 0.0) units.push_back(static_cast<int32>(u));
+    if (share[u] > 0.0) patterns.push_back(static_cast<int32>(u));
   std::vector<double> expected(rows.size(), nan);
   const double products = 1.0 * static_cast<double>(rows.size()) *
-                          static_cast<double>(units.size()) * work.data.nt * work.latent.ns *
+                          static_cast<double>(patterns.size()) * work.data.nt * work.latent.ns *
                           (work.latent.ns + work.data.ni) * work.latent.nc;
   if (products > most_products) return expected;
   const auto blocks = static_cast<int32>(rows.size());
-  parallel::for_blocks(blocks, work.em.threads, [&](int32 b) {
-    row_recursion recursion(work);
+  std::vector<row_recursion> recursions(
+      static_cast<std::size_t>(parallel::team_for(blocks, work.em.threads)), row_recursion(work));
+  parallel::for_blocks_by_worker(blocks, work.em.threads, [&](int32 b, int32 worker) {
+    row_recursion& recursion = recursions[static_cast<std::size_t>(worker)];
     double p = 0.0;
-    for (const int32 unit : units)
-      p += share[static_cast<std::size_t>(unit)] *
-           status_probability(work, recursion, rows[static_cast<std::size_t>(b)], unit);
+    for (const int32 pattern : patterns)
+      p += share[static_cast<std::size_t>(pattern)] *
+           status_probability(work, recursion, rows[static_cast<std::size_t>(b)], pattern);
     expected[static_cast<std::size_t>(b)] = total * p;
   });
   return expected;

@@ -20,6 +20,7 @@ void load_block(const array<double, R>& values, const array<int32, R>& codes, ro
   block.now = values;
   block.old = values;
   block.code = codes;
+  free_padding(block.code.flat, block.rows);
   block.numerator.allocate(values.n);
 }
 
@@ -92,6 +93,7 @@ int32 load_mlworkspace_param(mlworkspace& work, error_type& err) {
         load_prior(param.rho_prior_set, param.rho_prior, param.rho_prior_ess.flat, work.rho);
       }) != 0)
     return -1;
+  if (check_gamma_codes(work, err) != 0) return -1;
   if (get_info_from_gamma_restriction(work, err) != 0)
     return fail(err, here, {text("Could not get info from gamma_restrictions.")});
   if (get_info_from_rho_restriction(work, err) != 0)

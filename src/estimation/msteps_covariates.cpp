@@ -8,7 +8,8 @@
 namespace tolvenra::estimation {
 namespace {
 
-int32 check_gamma_codes(const mlworkspace& work, error_type& err) {
+/// Equality numbers and fixed values have no meaning for regressed class shares.
+int32 check_codes(const mlworkspace& work, error_type& err) {
   constexpr routine here{"load_mlworkspace_param", "estimation"};
   const auto& codes = work.gamma.code;
   if (std::any_of(codes.flat.begin(), codes.flat.end(), [](int32 code) { return code >= 2; }))
@@ -17,8 +18,9 @@ int32 check_gamma_codes(const mlworkspace& work, error_type& err) {
   const param_type& param = work.given.param;
   for (int32 g = 1; g <= work.data.nstr; ++g)
     for (int32 c = 1; c <= work.latent.nc; ++c) {
-      const bool reference = !param.gamma_binary_regression && c == param.baseline_gamma;
-      if (codes(c, g) == 0 && (work.gamma.now(c, g) != 0.0 || reference))
+      const int32 needed =  // the reference, or the class of the binary form
+          param.gamma_binary_regression ? param.binary_gamma : param.baseline_gamma;
+      if (codes(c, g) == 0 && (work.gamma.now(c, g) != 0.0 || c == needed))
         return refuse_with_covariates(
             here, "Fixed (nonzero) gamma parameter restrictions are not allowed", err);
     }
@@ -57,18 +59,21 @@ void fill_outcomes(const mlworkspace& work, int32 g, int32 first_pattern, regres
 
 }  // namespace
 
+int32 check_gamma_codes(mlworkspace& work, error_type& err) {
+  work.beta.active = work.data.ncov > 0 && work.data.nci > 0 && work.latent.nc >= 2;
+  return work.beta.active ? check_codes(work, err) : 0;
+}
+
 int32 load_beta(mlworkspace& work, error_type& err) {
   constexpr routine here{"load_beta", "estimation"};
   const param_type& param = work.given.param;
   logit_block<3>& beta = work.beta;
   beta.now = param.beta;
   beta.old = param.beta;
-  beta.active = work.data.ncov > 0 && work.data.nci > 0 && work.latent.nc >= 2;
   beta.n_estimated = 0;
   beta.fits.clear();
   beta.shares.clear();
   if (!beta.active) return 0;
-  if (check_gamma_codes(work, err) != 0) return -1;
   beta.use_prior = param.beta_stabilizing_prior_set && param.beta_stabilizing_prior_ess > 0.0;
   for (int32 g = 1; g <= work.data.nstr; ++g) {
     if (allocation::allocate_under("mstep_beta: post", here, err, [&] {

@@ -7,8 +7,11 @@
 
 namespace tolvenra::estimation {
 
+/// Decides whether class membership is regressed, and then refuses equality and nonzero fixed
+/// restrictions on gamma. Before the decoding of restrictions.
+int32 check_gamma_codes(mlworkspace& work, error_type& err);
+
 /// Prepares the regression of class membership: designs, references, structural zeros, prior.
-/// Equality and nonzero fixed restrictions on gamma are refused.
 int32 load_beta(mlworkspace& work, error_type& err);
 
 /// Class probabilities of every covariate pattern from beta.now; gamma.now becomes their average

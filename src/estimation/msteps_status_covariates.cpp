@@ -21,8 +21,9 @@ int32 check_delta_codes(const mlworkspace& work, error_type& err) {
                                   err);
   for (std::size_t q = 0; q < code.size(); ++q) {
     const int32 s = indices_at(code.n, static_cast<int64>(q))[0];
-    const bool reference = !param.delta_binary_regression && s == param.baseline_delta;
-    if (code.flat[q] == 0 && (work.delta.now.flat[q] != 0.0 || reference))
+    const int32 needed =  // the reference, or the status of the binary form
+        param.delta_binary_regression ? param.binary_delta : param.baseline_delta;
+    if (code.flat[q] == 0 && (work.delta.now.flat[q] != 0.0 || s == needed))
       return refuse_with_covariates(
           loading, "Fixed (nonzero) delta parameter restrictions are not allowed", err);
   }
@@ -253,8 +254,7 @@ int32 load_family(mlworkspace& work, const routine& here, std::string_view label
       }
   };
   if (allocation::allocate_under(label, here, err, load_designs) != 0)
-    return fail(err, here,
-                {text(Family::no_workspace)});
+    return fail(err, here, {text(Family::no_workspace)});
   for_each_place(work, transition, [&](const place& p) {
     regression& fit = block.fits[Family::design(work, p)];
     aim<Family>(work, p, fit);

@@ -199,10 +199,10 @@ int32 report_failure(attempt reached, bool prior_in_use, const fitter& newton, c
     return fail(err, here,
                 {text("Logit model did not converge after 5"), text(" attempts."),
                  text("Could not fit logit model. The problem occured in"), text(where)});
-  return fail(
-      err, here,
-      {text("Logit model did not converge after 5"), text(" attempts."),
-       text("Could not fit logit model. We suggest"), text("using the BETA PRIOR statement.")});
+  return fail(err, here,
+              {text("Logit model did not converge after 5"), text(" attempts."),
+               text("Could not fit logit model. We suggest"),
+               text("using the BETA PRIOR statement."), text(where)});
 }
 
 /// Proportions of the categories that the binary form does not compare; 0 for the compared one.

@@ -92,26 +92,17 @@ int32 decode(prob_block<R>& block, const wording& words, error_type& err) {
                 err);
 }
 
-bool codes_equal_across_strata(const array<int32, 4>& code) {
-  const auto stride = static_cast<std::ptrdiff_t>(code.stride[3]);
-  for (int32 g = 1; g < code.n[3]; ++g)
-    if (!std::equal(code.flat.begin(), code.flat.begin() + stride, code.flat.begin() + g * stride))
-      return false;
-  return true;
-}
-
 /// Checks that codes, and the values of fixed elements, do not vary along dimension k (from 0).
-int32 require_equal(const prob_block<6>& block, std::size_t k, std::string_view unequal,
+template <std::size_t R>
+int32 require_equal(const prob_block<R>& block, std::size_t k, std::string_view unequal,
                     const routine& here, error_type& err) {
   const auto stride = block.code.stride[k];
   for (std::size_t q = 0; q < block.code.size(); ++q) {
     const auto at = static_cast<int64>(q);
     const auto first = static_cast<std::size_t>(at - at / stride % block.code.n[k] * stride);
-    if (block.code.flat[q] != block.code.flat[first])
-      return fail(err, here, {text(unequal)});
+    if (block.code.flat[q] != block.code.flat[first]) return fail(err, here, {text(unequal)});
     if (block.code.flat[q] == 0 && block.now.flat[q] != block.now.flat[first])
-      return fail(err, here,
-                  {text(unequal), text("Some of its fixed values differ.")});
+      return fail(err, here, {text(unequal), text("Some of its fixed values differ.")});
   }
   return 0;
 }
@@ -163,8 +154,7 @@ int32 get_info_from_rho_restriction(mlworkspace& work, error_type& err) {
   constexpr routine here{"get_info_from_rho_restriction", "estimation"};
   work.rho.shared_rows = work.rho.rows.nrows;
   if (work.rho_equal_across_strata) {
-    if (!codes_equal_across_strata(work.rho.code))
-      return fail(err, here, {text("Rho must be equal across strata.")});
+    if (require_equal(work.rho, 3, "Rho must be equal across strata.", here, err) != 0) return -1;
     work.rho.shared_rows /= work.data.nstr;
   }
   return decode(work.rho,
@@ -215,9 +205,12 @@ int32 get_info_from_big_rho_restriction(mlworkspace& work, error_type& err) {
   const bool across_class = param.big_rho_equal_across_class;
   const bool across_time = param.big_rho_equal_across_time;
   const bool across_strata = param.big_rho_equal_across_strata;
-  if ((across_class && require_equal(block, 4, "Big_Rho must be equal across class.", here, err) != 0) ||
-      (across_time && require_equal(block, 3, "Big_Rho must be equal across time.", here, err) != 0) ||
-      (across_strata && require_equal(block, 5, "Big_Rho must be equal across strata.", here, err) != 0))
+  if ((across_class &&
+       require_equal(block, 4, "Big_Rho must be equal across class.", here, err) != 0) ||
+      (across_time &&
+       require_equal(block, 3, "Big_Rho must be equal across time.", here, err) != 0) ||
+      (across_strata &&
+       require_equal(block, 5, "Big_Rho must be equal across strata.", here, err) != 0))
     return -1;
   if (!across_class && !across_time && !across_strata) return decode(block, words, err);
   pooled_rows& pooled = work.big_rho_pool;

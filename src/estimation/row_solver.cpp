@@ -258,7 +258,7 @@ row_solver::dual_point row_solver::evaluate(const component& c,
     for (const link& l : g.links) at.gradient[rows_[l.row].local] -= l.members * g.count / a;
   }
   for (const double slack : at.gradient)
-    if (!(std::abs(slack) <= at.residual)) at.residual = std::abs(slack);
+    if (std::abs(slack) > at.residual || std::isnan(slack)) at.residual = std::abs(slack);
   at.inside = at.inside && std::isfinite(at.value);
   return at;
 }

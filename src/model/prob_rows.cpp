@@ -20,11 +20,21 @@ row_layout rows_along(std::span<const int32> extents, std::size_t along,
   return rows;
 }
 
-void clear_padding(std::span<double> values, const row_layout& rows) {
+namespace {
+
+template <class T>
+void fill_padding(std::span<T> values, const row_layout& rows, T value) {
   for (int32 m = 0; m < rows.nrows; ++m)
     for (int32 r = rows.length[static_cast<std::size_t>(m)]; r < rows.width; ++r)
-      values[static_cast<std::size_t>(rows.base(m) + r * rows.step)] = 0.0;
+      values[static_cast<std::size_t>(rows.base(m) + r * rows.step)] = value;
 }
+
+}  // namespace
+
+void clear_padding(std::span<double> values, const row_layout& rows) {
+  fill_padding(values, rows, 0.0);
+}
+void free_padding(std::span<int32> codes, const row_layout& rows) { fill_padding(codes, rows, 1); }
 
 namespace param {
 

@@ -60,6 +60,9 @@ int32 check_rows(std::span<const double> values, const row_layout& rows, SayNega
 /// Sets the cells behind each row's own elements to 0.
 void clear_padding(std::span<double> values, const row_layout& rows);
 
+/// Sets the restriction codes of these cells, which mean nothing, to free (1).
+void free_padding(std::span<int32> codes, const row_layout& rows);
+
 /// 1-based indices of a flat offset in an array of the given extents.
 template <std::size_t R>
 std::array<int32, R> indices_at(const std::array<int32, R>& extents, int64 offset) {

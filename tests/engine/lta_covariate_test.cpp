@@ -189,6 +189,29 @@ TEST(LtaCovariates, StabilisingPriorIsMaximisedAndKnowsNoLabels) {
   EXPECT_GE(fit.run_info[3], 2);  // other labels, the same maximum
 }
 
+TEST(LtaCovariates, SymmetricCodesLeaveThePriorWithoutLabels) {
+  lta_problem option = with_covariates(300, 3, 2, 67);
+  option.prior_strength = 20.0;
+  option.nstarts = 8;
+  lta_problem codes = option;  // the same model in codes: one group for each category of a status
+  codes.equal_time = false;
+  codes.big_rho_restrictions.assign(4 * 2 * 3 * 3, 1);
+  for (int t = 1; t <= 3; ++t)
+    for (int s = 1; s <= 2; ++s)
+      for (int i = 1; i <= 4; ++i)
+        for (int r = 1; r <= codes.nrs[static_cast<std::size_t>(i - 1)]; ++r)
+          codes.big_rho_restrictions[codes.rho_cell(i, s, r, t, 1)] = 2 + i + 10 * s + 100 * r;
+  option.run();
+  codes.run();
+  verify_lta(codes);
+  EXPECT_NEAR(codes.loglik, option.loglik, 1e-3);
+  for (std::size_t start = 0; start < 8; ++start) {  // near the best means at the best
+    const double short_of_it = codes.loglik - codes.start_loglik[start];
+    EXPECT_TRUE(short_of_it < 1e-3 || short_of_it > 1.0) << short_of_it;
+  }
+  EXPECT_GE(codes.run_info[3], 5);
+}
+
 TEST(LtaCovariates, TestsEqualRefits) {
   lta_problem fit = with_covariates(400, 3, 2, 65);
   fit.want_tests = true;
@@ -259,6 +282,21 @@ TEST(LtaCovariates, RefusalsAndFailuresSayWhere) {
        },
        {"Fixed (0) tau parameter restrictions are not allowed",
         "when binary logistic regression has been specified."}},
+      {"the compared status cannot occur",
+       [](lta_problem& p) {
+         p.set_uniform_start();
+         p.binary_delta = 2;
+         p.delta = {1.0, 0.0};
+         p.delta_restrictions = {1, 0};
+         p.ncov_tau = 0;
+         p.cov.resize(static_cast<std::size_t>(2 * p.nkase));
+         p.tau[p.tau_cell(2, 1, 1, 1)] = 0.0;  // nobody leaves the status that nobody is in
+         p.tau[p.tau_cell(2, 2, 1, 1)] = 1.0;
+         p.tau_restrictions[p.tau_cell(2, 1, 1, 1)] = 0;
+         p.msg_len = 2000;
+       },
+       {"Fixed (nonzero) delta parameter restrictions are not allowed",
+        "when covariates are specified in the model."}},
       {"stabilising run too short",
        [](lta_problem& p) { p.max_iter = 3; },
        {"No-covariates model for stabilization did not converge",
@@ -287,6 +325,13 @@ TEST(LtaCovariates, RefusalsAndFailuresSayWhere) {
     for (const std::string& line : r.lines)
       EXPECT_NE(p.message.find(line), std::string::npos) << p.message;
   }
+  lta_problem no_moves = simulate_lta(200, {2, 2, 3}, 1, 2, 70);  // a test of what has no effect
+  no_moves.ncov_tau = 1;
+  no_moves.cov = {0.0};  // no transition, no column; the address alone is asked for
+  no_moves.want_tests = true;
+  ASSERT_EQ(no_moves.run(), 0) << no_moves.message;
+  EXPECT_TRUE(std::isnan(no_moves.test_stat[0]) && std::isnan(no_moves.test_p[0]));
+  EXPECT_EQ(no_moves.test_status[0], -1);
   lta_problem separated = base;  // everybody above 0 starts like one profile, everybody below not
   for (int k = 1; k <= separated.nkase; ++k)
     for (int i = 1; i <= 4; ++i)

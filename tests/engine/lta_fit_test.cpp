@@ -197,17 +197,13 @@ TEST(LtaFit, RefusesWhatCannotBeEstimated) {
        "The SEED provided for Tolvenra must be a positive integer."},
       {"statuses", [](lta_problem& p) { p.ns = 100; },
        "The number of latent statuses specified was 100"},
-      {"an item nobody answers",
-       [](lta_problem& p) {
-         for (int k = 1; k <= p.nkase; ++k) p.response(k, 2, 3) = 0;
-       },
-       "No case of stratum (group) 1 answered status item 2 at time 3."},
       {"out of reach",
        [](lta_problem& p) {
          p.set_uniform_start();
          p.delta = {1.0, 0.0};
          p.delta_restrictions = {1, 0};
          p.equal_time = true;
+         p.msg_len = 1500;
        },
        "The fixed zeros let no case of stratum (group) 1 be in status 2 at time 1."},
       {"all fixed",
@@ -237,6 +233,35 @@ TEST(LtaFit, RefusesWhatCannotBeEstimated) {
     EXPECT_NE(p.message.find(r.message), std::string::npos) << p.message;
     EXPECT_EQ(p.iterations, -1);
   }
+}
+
+TEST(LtaFit, KeepsTheStartingValuesOfWhatNobodyAnswered) {
+  lta_problem fit = simulate_lta(200, {2, 3, 2}, 3, 2, 8);
+  fit.run();
+  for (int k = 1; k <= fit.nkase; ++k) fit.response(k, 2, 3) = 0;
+  fit.random = false;
+  const std::vector<double> before = fit.big_rho;
+  fit.run();
+  verify_lta(fit);
+  for (int s = 1; s <= 2; ++s)
+    for (int r = 1; r <= 3; ++r)
+      EXPECT_NEAR(fit.big_rho[fit.rho_cell(2, s, r, 3, 1)], before[fit.rho_cell(2, s, r, 3, 1)],
+                  1e-15);
+}
+
+TEST(LtaFit, CodesOfCategoriesThatAnItemLacksMeanNothing) {
+  lta_problem fit = simulate_lta(200, {2, 3, 2}, 2, 2, 9);
+  fit.equal_time = true;
+  lta_problem plain = fit;
+  plain.run();
+  fit.big_rho_restrictions.assign(3 * 2 * 3 * 2, 1);
+  for (int s = 1; s <= 2; ++s) {
+    fit.big_rho_restrictions[fit.rho_cell(1, s, 3, 1, 1)] = 0;
+    fit.big_rho_restrictions[fit.rho_cell(3, s, 3, 2, 1)] = 7;
+  }
+  fit.run();
+  verify_lta(fit);
+  EXPECT_EQ(fit.loglik, plain.loglik);
 }
 
 }  // namespace
