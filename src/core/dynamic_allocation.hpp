@@ -144,9 +144,13 @@ struct alloc_operation<Element, R, Name, Module, std::index_sequence<K...>> {
                                                         const message& msg = std::nullopt) const {
     const std::array<int32, R> last{upper...};
     std::array<int32, R> extents{};
-    for (std::size_t k = 0; k < R; ++k)
-      extents[k] = static_cast<int32>(std::clamp<int64>(int64{last[k]} - lower.at[k] + 1, 0,
-                                                        std::numeric_limits<int32>::max()));
+    for (std::size_t k = 0; k < R; ++k) {
+      const int64 extent = std::max<int64>(int64{last[k]} - lower.at[k] + 1, 0);
+      if (extent > std::numeric_limits<int32>::max())  // from a lower bound below 1
+        return release(a, here, msg, err) != 0 ? -1
+                                               : refuse(error_code::allocation, here, msg, err);
+      extents[k] = static_cast<int32>(extent);
+    }
     return allocate(a, lower.at, extents, here, msg, err);
   }
 

@@ -129,7 +129,7 @@ TEST(DynamicAllocation, BoundsAndEmptyDimensions) {
                {"bounds around zero", {2, 0}, {-1, 0}, {4, 1}},
                {"upper just below lower", {0, 2}, {1, 1}, {0, 2}},
                {"upper far below lower", {-most, 2}, {most, 1}, {0, 2}},
-               {"the other dimension empty", {most, 4}, {0, 5}, {most, 0}}};
+               {"the other dimension empty", {most, 4}, {1, 5}, {most, 0}}};
   for (const auto& t : cases) {
     SCOPED_TRACE(t.why);
     error_type err;
@@ -146,6 +146,16 @@ TEST(DynamicAllocation, BoundsAndEmptyDimensions) {
     EXPECT_EQ(a.flat.front(), 1.0);
     EXPECT_EQ(a.flat.back(), 2.0);
   }
+}
+
+TEST(DynamicAllocation, AnExtentBeyondAnIndexIsRefused) {
+  error_type err;
+  array<logical, 2> a;
+  ASSERT_EQ(dynamic_allocation::log2_alloc(a, 2, 2, err), 0);
+  EXPECT_EQ(dynamic_allocation::log2_alloc(a, most, 0, err, std::array<int32, 2>{0, 1}), -1);
+  EXPECT_FALSE(a.allocated);
+  EXPECT_EQ(lines_of(err), (strings{"Unable to allocate memory for object",
+                                    "OCCURRED IN: log2_alloc in MOD dynamic_allocation"}));
 }
 
 TEST(DynamicAllocation, ExtentVectorsCountNegativeAsZeroAndMustFitTheRank) {
