@@ -75,6 +75,10 @@ bool t_tails(double t, double df, tails& out) {
 /// Both tails of F at f, by the beta ratio of dfn f/(dfn f + dfd). The distance from the mean
 /// comes from 1 - f: taken from x it would lose as many digits as dfn and dfd have.
 bool f_tails(double f, double dfn, double dfd, tails& out) {
+  if (f == 0.0 || std::isinf(f)) {  // the ratio of dfn and dfd may be beyond the doubles too
+    out = f == 0.0 ? tails{0.0, 1.0} : tails{1.0, 0.0};
+    return true;
+  }
   const double u = dfn / dfd * f, s = dfd / dfn / f;
   const double x = u <= 1.0 ? u / (1.0 + u) : 1.0 / (1.0 + s);
   const double y = u <= 1.0 ? 1.0 / (1.0 + u) : s / (1.0 + s);

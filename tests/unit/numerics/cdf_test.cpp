@@ -273,6 +273,18 @@ TEST(Cdf, TailsStayTailsFarOutsideTheUsualRange) {
     }
 }
 
+TEST(Cdf, AllOfFLiesBetweenItsEnds) {
+  for (double dfn : {1e-300, 1.0, 1e300})
+    for (double dfd : {1e-300, 1.0, 1e300})
+      for (double f : {0.0, infinity}) {
+        error_type err;
+        double p = nan, q = nan;
+        EXPECT_EQ(cdf::cdf_f(1, p, q, f, dfn, dfd, err), 0);
+        EXPECT_EQ(p, f == 0.0 ? 0.0 : 1.0) << dfn << ' ' << dfd;
+        EXPECT_EQ(q, f == 0.0 ? 1.0 : 0.0) << dfn << ' ' << dfd;
+      }
+}
+
 TEST(GammaRatio, ReportsWhatItCannotCompute) {
   const double a = 1e30;
   const std::string indeterminate = "Error in routine gratio -- p and q are indeterminate.";
