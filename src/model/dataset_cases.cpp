@@ -1,5 +1,7 @@
 // Responses, strata, frequencies, weights and covariates: what is given case by case.
+#include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "model/dataset_checks.hpp"
 
@@ -173,6 +175,18 @@ int32 keep_cov(array<double, 2>& cov, dataset_type& dataset, const routine& here
   return 0;
 }
 
+/// Sums of the frequencies by cluster, in ascending order of the identifiers.
+int32 count_cluster_subjects(const array<double, 1>& freq, const array<int32, 1>& clusters,
+                             array<double, 1>& subjects, const routine& here, error_type& err) {
+  return allocation::allocate_under("put_freq: dataset%clustercounts_subjects", here, err, [&] {
+    std::map<int32, double> sums;
+    for (int32 k = 1; k <= freq.n[0]; ++k) sums[clusters(k)] += freq(k);
+    subjects.allocate({static_cast<int32>(sums.size())});
+    std::transform(sums.begin(), sums.end(), subjects.flat.begin(),
+                   [](const auto& cluster) { return cluster.second; });
+  });
+}
+
 }  // namespace
 
 int32 put_y(array<int32, 2>&& y, dataset_type& dataset, error_type& err) {
@@ -221,7 +235,12 @@ int32 put_freq(const array<double, 1>& freq, dataset_type& dataset, error_type& 
   if (dataset.weight_set)
     return fail(err, here,
                 {text("The frequency property cannot be set after the weight property is set.")});
-  if (fields::store(freq, dataset.freq, "put_freq: dataset%freq", here, err) != 0) return -1;
+  array<double, 1> subjects;
+  if ((dataset.cluster_set &&
+       count_cluster_subjects(freq, dataset.clusters, subjects, here, err) != 0) ||
+      fields::store(freq, dataset.freq, "put_freq: dataset%freq", here, err) != 0)
+    return -1;
+  if (dataset.cluster_set) dataset.clustercounts_subjects = std::move(subjects);
   dataset.freq_set = true;
   dataset.rows.reset();
   return 0;

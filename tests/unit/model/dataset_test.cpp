@@ -240,6 +240,8 @@ TEST(DatasetClusters, AreCountedByAscendingIdentifier) {
   EXPECT_EQ(d.clustercounts_kases, vector_of({1, 2}));
   EXPECT_EQ(d.clustercounts_subjects, vector_of({1.0, 2.0}));
 
+  check(put_freq(vector_of({1.0, 2.0, 3.5}), d, err), err);
+  EXPECT_EQ(d.clustercounts_subjects, vector_of({2.0, 4.5}));
   check(put_freq(vector_of({10.0, 4.5, 3.0}), d, err), err);
   check(put_cluster_information(identifiers, d, err), err);
   array<int32, 1> clusters, kases;
