@@ -72,8 +72,11 @@ void fill_middle(const mlworkspace& work, const free_parameters& map, bool clust
   }
   finish_middle(total_score(map, derivs), subjects, cases);
   const auto& sizes = work.given.dataset.clustercounts_subjects.flat;
-  if (!clustered ||
-      std::all_of(sizes.begin(), sizes.end(), [](double size) { return size == 1.0; })) {
+  const auto& kases = work.given.dataset.clustercounts_kases.flat;
+  const auto all_one = [](const auto& counts) {
+    return std::all_of(counts.begin(), counts.end(), [](auto count) { return count == 1; });
+  };
+  if (!clustered || (all_one(sizes) && all_one(kases))) {
     derivs.middle = cases;  // a cluster of one subject is a case
     return;
   }

@@ -7,8 +7,9 @@
 namespace tolvenra::estimation {
 namespace {
 
-/// Probabilities up to ten times the change at which the iterations stop cannot be told from 0.
-double edge_of(const em_state& em) { return std::max(1e-6, 10.0 * em.criterion); }
+/// Probabilities up to ten times the change at which the iterations stop cannot be told from 0;
+/// a coarse criterion does not make larger ones extreme.
+double edge_of(const em_state& em) { return std::min(std::max(1e-6, 10.0 * em.criterion), 0.01); }
 
 int32 binary_class(const mlworkspace& work) {
   return work.beta.active ? work.beta.fits.front().binary : 0;

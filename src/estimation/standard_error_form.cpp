@@ -150,7 +150,7 @@ int32 check_polytomous_items(const mlworkspace& work, const standard_error_form&
 
 int32 check_kind(const mlworkspace& work, const standard_error_form& form, error_type& err) {
   const bool binary = work.beta.active && work.given.param.gamma_binary_regression;
-  if (binary && !form.binary)
+  if (binary && !form.binary && work.latent.nc > 2)  // of two classes it is the multinomial model
     return refuse(form, err,
                   {text("Not able to get std. errs. for the binary regression case yet")});
   if (form.binary && work.latent.nc <= 2)

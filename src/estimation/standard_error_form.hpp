@@ -2,6 +2,8 @@
 /// `estimation`.
 #pragma once
 
+#include <string_view>
+
 #include "core/error_handler.hpp"
 #include "estimation/mlresult.hpp"
 #include "estimation/mlworkspace.hpp"
@@ -11,6 +13,7 @@ namespace tolvenra::estimation {
 /// One of the drivers.
 struct standard_error_form {
   routine here;
+  std::string_view label;  ///< of what it allocates, for the report
   bool binary = false, invariant = false;
 };
 

@@ -1,3 +1,4 @@
+#include <cmath>
 #include <limits>
 
 #include "core/dynamic_allocation.hpp"
@@ -53,8 +54,11 @@ double rao_scott_factor(const mlworkspace& work, const mlresult_type& result, in
     for (int32 i = 1; i <= n; ++i) {
       const int32 row = tested[static_cast<std::size_t>(i - 1)];
       const int32 column = tested[static_cast<std::size_t>(j - 1)];
-      model(i, j) = result.cov_b_model(row, column);
-      robust(i, j) = result.cov_b(row, column);
+      // in units of the model's standard errors, which the trace does not see
+      const double unit =
+          std::sqrt(result.cov_b_model(row, row)) * std::sqrt(result.cov_b_model(column, column));
+      model(i, j) = result.cov_b_model(row, column) / unit;
+      robust(i, j) = result.cov_b(row, column) / unit;
     }
   double trace = 0.0;
   error_type unused;

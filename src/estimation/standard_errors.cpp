@@ -32,10 +32,10 @@ class standard_error_run {
       : work_(work), form_(form), err_(err) {}
 
   int32 run(mlresult_type& result) {
-    if (check_standard_error_form(work_, result, form_, err_) != 0) return -1;
-    int32 status = 0;
-    if (allocation::allocate_under(label("cov_of_beta"), form_.here, err_,
-                                   [&] { status = compute(result); }) != 0)
+    int32 status = -1;
+    if (allocation::allocate_under(form_.label, form_.here, err_, [&] {
+          if (check_standard_error_form(work_, result, form_, err_) == 0) status = compute(result);
+        }) != 0)
       return -1;
     return status;
   }
@@ -230,42 +230,62 @@ class standard_error_run {
   array<double, 2> inverse_, robust_;
 };
 
+/// What the measurement-invariant drivers are for.
+bool needs_invariance(const mlworkspace& work) {
+  return work.data.clustered || (work.data.nstr > 1 && work.rho_equal_across_strata);
+}
+
+standard_error_driver* multinomial_driver_of(const mlworkspace& work) {
+  return needs_invariance(work) ? run_compute_standard_errors_lca_meas_invar
+                                : run_compute_standard_errors_lca;
+}
+
 }  // namespace
 
 int32 run_compute_standard_errors_lca(const mlworkspace& work, mlresult_type& result,
                                       error_type& err) {
-  constexpr standard_error_form form{{"run_compute_standard_errors_lca", "estimation"}};
+  constexpr standard_error_form form{{"run_compute_standard_errors_lca", "estimation"},
+                                     "run_compute_standard_errors_lca: cov_of_beta"};
   return standard_error_run(work, form, err).run(result);
 }
 
 int32 run_compute_standard_errors_lca_meas_invar(const mlworkspace& work, mlresult_type& result,
                                                  error_type& err) {
-  constexpr standard_error_form form{
-      {"run_compute_standard_errors_lca_meas_invar", "estimation"}, false, true};
+  constexpr standard_error_form form{{"run_compute_standard_errors_lca_meas_invar", "estimation"},
+                                     "run_compute_standard_errors_lca_meas_invar: cov_of_beta",
+                                     false,
+                                     true};
   return standard_error_run(work, form, err).run(result);
 }
 
 int32 run_compute_standard_errors_lca_binary(const mlworkspace& work, mlresult_type& result,
                                              error_type& err) {
-  constexpr standard_error_form form{
-      {"run_compute_standard_errors_lca_binary", "estimation"}, true, false};
+  constexpr standard_error_form form{{"run_compute_standard_errors_lca_binary", "estimation"},
+                                     "run_compute_standard_errors_lca_binary: cov_of_beta",
+                                     true,
+                                     false};
   return standard_error_run(work, form, err).run(result);
 }
 
 int32 run_compute_standard_errors_lca_binary_meas_invar(const mlworkspace& work,
                                                         mlresult_type& result, error_type& err) {
   constexpr standard_error_form form{
-      {"run_compute_standard_errors_lca_binary_meas_invar", "estimation"}, true, true};
+      {"run_compute_standard_errors_lca_binary_meas_invar", "estimation"},
+      "run_compute_standard_errors_lca_binary_meas_invar: cov_of_beta",
+      true,
+      true};
   return standard_error_run(work, form, err).run(result);
 }
 
 standard_error_driver* driver_of(const mlworkspace& work) {
-  const bool invariant =
-      work.data.clustered || (work.data.nstr > 1 && work.rho_equal_across_strata);
-  if (work.beta.active && work.given.param.gamma_binary_regression)
-    return invariant ? run_compute_standard_errors_lca_binary_meas_invar
-                     : run_compute_standard_errors_lca_binary;
-  return invariant ? run_compute_standard_errors_lca_meas_invar : run_compute_standard_errors_lca;
+  if (!work.beta.active || !work.given.param.gamma_binary_regression)
+    return multinomial_driver_of(work);
+  return needs_invariance(work) ? run_compute_standard_errors_lca_binary_meas_invar
+                                : run_compute_standard_errors_lca_binary;
+}
+
+standard_error_driver* driver_for_tests(const mlworkspace& work) {
+  return work.latent.nc == 2 ? multinomial_driver_of(work) : driver_of(work);
 }
 
 }  // namespace tolvenra::estimation

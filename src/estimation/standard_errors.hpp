@@ -36,6 +36,10 @@ standard_error_driver run_compute_standard_errors_lca_binary_meas_invar;
 
 /// The driver of a run's kind: clusters are the business of the measurement-invariant ones.
 standard_error_driver* driver_of(const mlworkspace& work);
+/// The same where the covariance of the coefficients is wanted alone: two classes in the binary
+/// form, which has a driver only for more, are the multinomial model with the other class as
+/// reference.
+standard_error_driver* driver_for_tests(const mlworkspace& work);
 
 // The results, allocated for the caller; the covariance of the coefficients is `get_cov_b`.
 int32 get_std_errs_for_gamma(const mlresult_type& result, array<double, 2>& values,

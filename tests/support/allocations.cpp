@@ -9,9 +9,18 @@ std::atomic<long> allocations{0};
 
 namespace {
 std::atomic<long> allocations_left{-1};  // below 0: no limit
+std::atomic<bool> fails_once{false};
+}  // namespace
+
+void fail_after(long count) {
+  fails_once = false;
+  allocations_left = count;
 }
 
-void fail_after(long count) { allocations_left = count; }
+void fail_once_after(long count) {
+  fails_once = true;
+  allocations_left = count;
+}
 
 #ifndef TOLVENRA_HEAP_IS_THE_SANITIZERS
 namespace {
@@ -19,7 +28,7 @@ namespace {
 void* take(std::size_t size) {
   ++allocations;
   if (allocations_left.load(std::memory_order_relaxed) >= 0 && allocations_left.fetch_sub(1) <= 0) {
-    allocations_left = 0;
+    allocations_left = fails_once ? -1 : 0;
     throw std::bad_alloc();
   }
   if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;

@@ -25,5 +25,7 @@ extern std::atomic<long> allocations;
 /// From now on `count` allocations succeed and all later ones throw std::bad_alloc; below 0: none
 /// does.
 void fail_after(long count);
+/// The same, but the next one alone throws.
+void fail_once_after(long count);
 
 }  // namespace tolvenra::test

@@ -7,6 +7,7 @@
 
 #include "estimation/derivatives.hpp"
 #include "estimation/jacobians.hpp"
+#include "support/allocations.hpp"
 
 namespace tolvenra::estimation {
 namespace {
@@ -35,17 +36,21 @@ mlworkspace looks_fitted() {
   return work;
 }
 
+/// The same with two groups whose responses are their own.
+mlworkspace two_free_groups() {
+  mlworkspace work = looks_fitted();
+  work.data.nstr = 2;
+  work.data.nci = 1;
+  work.data.nrc = vector_of({2});
+  work.gamma.code.allocate({3, 2}, 1);
+  work.rho.code.allocate({1, 3, 2, 2}, 1);
+  return work;
+}
+
 TEST(StandardErrorDrivers, RefuseUnderTheirOwnNames) {
   const auto with_binary = [](mlworkspace& work) {
     work.beta.active = true;
     work.given.param.gamma_binary_regression = true;
-  };
-  const auto two_groups = [](mlworkspace& work) {
-    work.data.nstr = 2;
-    work.data.nci = 1;
-    work.data.nrc = vector_of({2});
-    work.gamma.code.allocate({3, 2}, 1);
-    work.rho.code.allocate({1, 3, 2, 2}, 1);
   };
   const struct {
     const char* why;
@@ -68,7 +73,7 @@ TEST(StandardErrorDrivers, RefuseUnderTheirOwnNames) {
       {"two classes", binary_invariant, [](auto& w) { w.latent.nc = 2; },
        "The BINARY option is not meaningful unless there are >2 classes."},
       {"not binary", binary, [](auto&) {}, "Not able to get std. errs. for this situation yet"},
-      {"groups of their own", invariant, two_groups,
+      {"groups of their own", invariant, [](auto& w) { w = two_free_groups(); },
        "Not able to get std. errs. for this situation yet"},
       {"clusters", general, [](auto& w) { w.data.clustered = true; },
        "Not able to get std. errs. for this situation yet"},
@@ -85,6 +90,47 @@ TEST(StandardErrorDrivers, RefuseUnderTheirOwnNames) {
         "OCCURRED IN: run_compute_standard_errors_lca" + t.driver.name + " in MOD estimation";
     EXPECT_EQ(lines_of(err), (lines{t.line, here}));
   }
+}
+
+TEST(StandardErrorDrivers, ReportAnyAllocationThatFails) {
+  if (!test::heap_is_watched) GTEST_SKIP() << "the sanitizer owns operator new";
+  const mlworkspace work = two_free_groups();
+  mlresult_type result;
+  result.filled = true;
+  int32 failures = 0;
+  for (;; ++failures) {
+    ASSERT_LT(failures, 1000);
+    error_type err;
+    int32 status = 0;
+    test::fail_once_after(failures);
+    EXPECT_NO_THROW(status = invariant.run(work, result, err));
+    test::fail_after(-1);
+    EXPECT_EQ(status, -1);
+    const lines all = lines_of(err);
+    if (all.size() == 2) break;  // the refusal that it ends with
+    ASSERT_GE(all.size(), 3U);
+    EXPECT_EQ(all[all.size() - 2], "run_compute_standard_errors_lca_meas_invar: cov_of_beta");
+  }
+  EXPECT_GT(failures, 5);
+}
+
+/// The ratio of the covariances, 1.5, is a matter neither of the unit of the covariate nor of the
+/// classes that are held.
+TEST(RaoScott, TheFactorDoesNotDependOnUnits) {
+  for (const double unit : {1.0, 1e-9, 1e9})
+    for (const int32 tested : {1, 2}) {  // slopes, each behind its intercept; one more is held
+      mlworkspace work;
+      work.data.ncov = 1;
+      mlresult_type result;
+      result.cov_b_model.allocate({2 * tested + 2, 2 * tested + 2});
+      for (int32 i = 1; i <= 2 * tested; ++i)
+        for (int32 j = 1; j <= 2 * tested; ++j)
+          result.cov_b_model(i, j) =
+              (i == j ? 0.4 : 0.1) * (i % 2 == 0 ? unit : 1.0) * (j % 2 == 0 ? unit : 1.0);
+      result.cov_b = result.cov_b_model;
+      for (double& value : result.cov_b.flat) value *= 1.5;
+      EXPECT_NEAR(rao_scott_factor(work, result, 1), 1.5, 1e-12) << unit << ' ' << tested;
+    }
 }
 
 TEST(StandardErrorDrivers, NeedAFit) {
