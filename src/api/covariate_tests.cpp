@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -99,9 +100,22 @@ int32 test_one(lca_run& run, int32 covariate, double& statistic) {
   return result.converged ? 0 : not_converged;
 }
 
+/// Coefficients of one covariate: in every stratum one per class that is estimated but the
+/// reference; of the binary form that of the compared class.
+double degrees_of_freedom(const mlworkspace& work) {
+  double df = 0.0;
+  for (const estimation::regression& fit : work.beta.fits) {
+    if (fit.binary > 0)
+      df += fit.absent[static_cast<std::size_t>(fit.binary - 1)] ? 0.0 : 1.0;
+    else
+      df += static_cast<double>(std::count(fit.absent.begin(), fit.absent.end(), false)) - 1.0;
+  }
+  return df;
+}
+
 /// Under sampling weights or clusters a likelihood-ratio statistic is not chi-square; divided by
 /// its Rao-Scott factor it has the right mean. \return the factors of all covariates, 1 for plain
-/// data, NaN where the standard errors do not exist
+/// data, NaN where the standard errors do not exist; the message text says why
 std::vector<double> correction_factors(const lca_run& run) {
   std::vector<double> factors(run.test_stat.size(), 1.0);
   if (!run.call.weight_given && !run.call.clusters) return factors;
@@ -110,23 +124,36 @@ std::vector<double> correction_factors(const lca_run& run) {
   result.filled = true;
   result.apparent_df = run.best->result.apparent_df;
   error_type report;
-  const bool found = estimation::driver_of(work)(work, result, report) == 0;
+  const bool found = estimation::driver_for_tests(work)(work, result, report) == 0;
+  if (!found) run.message.write(report);
   for (std::size_t i = 0; i < factors.size(); ++i)
     factors[i] =
         found ? estimation::rao_scott_factor(work, result, static_cast<int32>(i) + 1) : nan;
   return factors;
 }
 
+/// A single class depends on no covariate: none can be left out of its model.
+void note_untestable(lca_run& run, std::size_t count) {
+  run.test_stat.assign(count, nan);
+  run.test_p.assign(count, nan);
+  run.test_status.assign(count, -1);
+}
+
 }  // namespace
 
 int32 test_covariates(lca_run& run) {
   const lca_call& call = run.call;
-  if (!call.test_stat || call.ncov < 1 || call.nc < 2) return 0;
+  if (!call.test_stat || call.ncov < 1) return 0;
   const auto count = static_cast<std::size_t>(call.ncov);
+  if (call.nc < 2) {
+    if (call.want_tests) note_untestable(run, count);
+    return 0;
+  }
   run.test_stat.assign(call.test_stat, call.test_stat + count);
   run.test_p.assign(count, 1.0);
   run.test_status.assign(count, 0);
   std::vector<double> factors(count, 1.0);
+  const double df = degrees_of_freedom(run.best->work);
   if (call.want_tests) {
     run.progress.begin_stage(run_stage::covariate_tests, call.ncov);
     factors = correction_factors(run);
@@ -137,8 +164,8 @@ int32 test_covariates(lca_run& run) {
     run.test_stat[i] /= factors[i];
     if (std::isnan(factors[i]) && run.test_status[i] == 0) run.test_status[i] = 1;
     if (run.progress.cancelled()) return refuse_cancelled(run);
-    const double df = (call.binary_wanted ? 1.0 : call.nc - 1.0) * call.nstr;
     if (fill_test_tail(run, i, df) != 0) return -1;
+    if (!(df > 0.0)) run.test_p[i] = 1.0;  // without a coefficient there is nothing to reject
   }
   return 0;
 }

@@ -16,14 +16,19 @@ struct error_cells {
   std::size_t count;
 };
 
+std::size_t size(int32 n) { return static_cast<std::size_t>(n); }
+
+std::size_t beta_size(const lca_call& call) {
+  return size(call.ncov + 1) * size(call.nc) * size(call.nstr);
+}
+
 std::array<error_cells, 5> cells_of(const lca_call& call) {
-  const auto size = [](int32 n) { return static_cast<std::size_t>(n); };
   const std::size_t gamma = size(call.nc) * size(call.nstr);
   const std::size_t rho = size(call.nci) * size(call.nc) * size(call.nrcmax) * size(call.nstr);
   const bool binary = call.ncov > 0 && call.nc > 1 && call.binary_wanted != 0;
   const std::size_t q = size(call.ncov + 1) * size(binary ? 1 : call.nc - 1) * size(call.nstr);
   return {error_cells{call.std_gamma, gamma}, error_cells{call.std_gamma_model, gamma},
-          error_cells{call.std_rho, rho}, error_cells{call.std_beta, size(call.ncov + 1) * gamma},
+          error_cells{call.std_rho, rho}, error_cells{call.std_beta, beta_size(call)},
           error_cells{call.cov_b, q * q}};
 }
 
@@ -57,7 +62,10 @@ int32 hand_back(lca_run& run) {
   copy_out(std_gamma, call.std_gamma);
   copy_out(result.std_gamma_model, call.std_gamma_model);
   copy_out(std_rho, call.std_rho);
-  if (std_beta.allocated) copy_out(std_beta, call.std_beta);
+  if (std_beta.allocated)
+    copy_out(std_beta, call.std_beta);
+  else if (call.std_beta && call.ncov > 0)  // the only class is the reference
+    std::fill_n(call.std_beta, beta_size(call), 0.0);
   copy_out(cov_b, call.cov_b);
   set_cell(call.deff, deff);
   set_run_info(call, 7, 1);

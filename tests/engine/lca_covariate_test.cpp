@@ -352,6 +352,50 @@ TEST(LcaCovariates, StatisticsOfTheHostGetTheirTails) {
   EXPECT_EQ(fit.test_stat, (std::vector<double>{5.0, -0.5}));
 }
 
+TEST(LcaCovariates, ATestCountsTheCoefficientsThatAreEstimated) {
+  const double x = 5.0;  // and its chi-square tails
+  const double tail1 = std::erfc(std::sqrt(x / 2)), tail2 = std::exp(-x / 2);
+  const double tail3 = tail1 + std::sqrt(2 * x / std::acos(-1.0)) * tail2;
+  const struct {
+    const char* why;
+    int nc, binary;
+    std::vector<std::int32_t> codes;  // of gamma in two groups
+    double p;
+  } cases[] = {
+      {"a class missing in one group", 3, 0, {1, 1, 1, 1, 1, 0}, tail3},
+      {"the same in the binary form", 3, 1, {1, 1, 1, 1, 1, 0}, tail2},
+      {"one class left in one group", 2, 0, {1, 1, 1, 0}, tail1},
+      {"one class left in either group", 2, 0, {1, 0, 1, 0}, 1.0},
+  };
+  for (const auto& t : cases) {
+    SCOPED_TRACE(t.why);
+    lca_problem fit = with_covariates(400, t.nc, 14, 1.0, 2);
+    fit.rho_equal_strata = true;
+    fit.binary = t.binary;
+    const auto half = static_cast<std::size_t>(8 * t.nc);  // one category of a group
+    fit.rho.assign(4 * half, 0.5);                         // held, also of empty classes
+    for (std::size_t i = 0; i < 4 * half; ++i) fit.rho_restrictions.push_back(i / half % 2);
+    fit.gamma_restrictions = t.codes;
+    for (const int code : t.codes) fit.gamma.push_back(code == 0 ? 0.0 : 0.5);
+    fit.host_tests = true;
+    fit.test_stat = {x, x};
+    ASSERT_EQ(fit.run(), 0) << fit.message;
+    EXPECT_NEAR(fit.test_p[0], t.p, 1e-12);
+    EXPECT_EQ(fit.test_p[1], fit.test_p[0]);
+  }
+}
+
+TEST(LcaCovariates, OneClassHasNothingToTest) {
+  lca_problem fit = with_covariates(100, 1, 15, 1.0);
+  fit.want_tests = true;
+  fit.test_stat = fit.test_p = {7.0, 7.0};
+  fit.run();
+  verify_fit(fit);
+  EXPECT_EQ(fit.test_status, (std::vector<std::int32_t>{-1, -1}));
+  for (const auto* cells : {&fit.test_stat, &fit.test_p})
+    for (const double cell : *cells) EXPECT_TRUE(std::isnan(cell));
+}
+
 TEST(LcaCovariates, FailuresNameTheirCause) {
   const struct {
     const char* why;

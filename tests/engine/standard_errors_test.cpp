@@ -239,6 +239,13 @@ const variant variants[] = {
        add_clusters(p, 40);
        return p;
      }},
+    {"pairs_of_half_cases",  // every cluster has frequency 1, as a case would
+     [] {
+       auto p = separated(200, {2, 3, 2, 2, 2}, 2, 15);
+       p.freq.assign(200, 0.5);
+       for (int k = 0; k < 200; ++k) p.clusters.push_back(1 + k / 2);
+       return p;
+     }},
     {"invariant_groups_with_clusters_and_covariates",
      [] {
        auto p = separated(400, {2, 3, 2, 3, 2}, 2, 14, 2, 2);
@@ -380,6 +387,19 @@ TEST(StandardErrorIdentities, EstimatesAtTheBoundaryAreHeld) {
   EXPECT_EQ(held, 9);  // four rows of two categories, one of three
   EXPECT_EQ(fit.run_info[9], 5);
   verify_standard_errors(fit, 1e-6);
+}
+
+TEST(StandardErrorIdentities, ACoarseCriterionHoldsOnlyTheProbabilitiesNextToTheBoundary) {
+  lca_problem fit = separated(400, {2, 3, 2, 2, 3}, 2, 26);
+  fit.criterion = 0.05;
+  fit = done(fit);
+  EXPECT_EQ(fit.run_info[9], 0);
+  for (const double error : fit.std_gamma) EXPECT_GT(error, 0.0);
+}
+
+TEST(StandardErrorIdentities, CoefficientsOfASingleClassAreItsReference) {
+  const lca_problem fit = done(separated(200, {2, 3, 2}, 1, 27, 2));
+  EXPECT_EQ(fit.std_beta, std::vector<double>(3, 0.0));
 }
 
 std::string trimmed(const std::string& message) {
@@ -606,6 +626,33 @@ TEST(StandardErrorTests, CovariateTestsUnderWeightsAreCorrected) {
   EXPECT_EQ(whole.test_status[0], 0);
   EXPECT_NEAR(whole.test_stat[0], 2 * (whole.loglik - reduced.loglik) / factor, 1e-4);
   EXPECT_NEAR(whole.test_p[0], std::exp(-whole.test_stat[0] / 2), 1e-10);  // 2 df
+}
+
+TEST(StandardErrorTests, TheBinaryFormOfTwoClassesIsCorrectedAsTheMultinomialModel) {
+  lca_problem multinomial = separated(400, {3, 3, 3, 3}, 2, 45, 2);
+  multinomial.se_option = 0;
+  multinomial.want_tests = true;
+  add_clusters(multinomial, 80);
+  lca_problem binary = multinomial;
+  binary.binary = 2;
+  ASSERT_EQ(multinomial.run(), 0) << multinomial.message;
+  ASSERT_EQ(binary.run(), 0) << binary.message;
+  EXPECT_EQ(binary.test_status, (std::vector<std::int32_t>{0, 0}));
+  expect_same(binary.test_stat, multinomial.test_stat, 1e-6);
+}
+
+TEST(StandardErrorTests, WithoutACorrectionTheMessageSaysWhy) {
+  lca_problem fit = separated(300, {3, 3, 3, 3}, 2, 46, 1, 2);
+  fit.se_option = 0;
+  fit.want_tests = true;
+  add_clusters(fit, 20);
+  ASSERT_EQ(fit.run(), 0) << fit.message;
+  EXPECT_EQ(fit.test_status, std::vector<std::int32_t>{1});
+  EXPECT_TRUE(std::isnan(fit.test_stat[0]));
+  EXPECT_EQ(trimmed(fit.message),
+            "The current version of this software does not allow clustered data with\r\n"
+            "non-measurement-invariant groups.\r\n"
+            "OCCURRED IN: run_compute_standard_errors_lca_meas_invar in MOD estimation");
 }
 
 }  // namespace
