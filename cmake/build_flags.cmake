@@ -21,9 +21,15 @@ set(CMAKE_C_FLAGS_RELEASE "-O3 -DNDEBUG")
 set(CMAKE_CXX_FLAGS_RELEASE "-O3 -DNDEBUG")
 set(CMAKE_C_FLAGS_DEBUG "-Og -g")
 set(CMAKE_CXX_FLAGS_DEBUG "-Og -g -D_GLIBCXX_ASSERTIONS")
-# Assertions stay on: this build type serves the sanitizers.
-set(CMAKE_C_FLAGS_RELWITHDEBINFO "-O1 -g -fno-omit-frame-pointer")
-set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g -fno-omit-frame-pointer")
+# Assertions stay on: this build type serves the sanitizers; -g1 keeps the lines of their reports.
+set(CMAKE_C_FLAGS_RELWITHDEBINFO "-O1 -g1 -fno-omit-frame-pointer")
+set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g1 -fno-omit-frame-pointer")
+
+# optimise_for_building(): for directories whose code is not where the time goes; their templates
+# take half as long to compile.
+macro(optimise_for_building)
+  string(REPLACE "-O3" "-O1" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
+endmacro()
 
 # Sanitizers and coverage have to reach every object and every link of the tree.
 if(TOLVENRA_SANITIZE)

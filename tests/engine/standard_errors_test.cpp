@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <ostream>
 #include <random>
 
 #include "api/exports.hpp"
@@ -101,6 +102,7 @@ struct variant {
   const char* why;
   std::function<lca_problem()> make;
 };
+void PrintTo(const variant& v, std::ostream* out) { *out << v.why; }
 
 class StandardErrors : public testing::TestWithParam<variant> {};
 
