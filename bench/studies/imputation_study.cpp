@@ -42,8 +42,7 @@ int main() {
     std::printf("%-12s delta %.1f %%  tau %.1f %%  rho %.1f %%\n", logit ? "logit" : "probability",
                 means[0], means[1], means[2]);
     good = good && means[0] >= 84.0 && means[0] <= 96.0;
-    for (const int family : {1, 2})
-      good = good && means[family] >= 87.0 && means[family] <= 93.0;
+    for (const int family : {1, 2}) good = good && means[family] >= 87.0 && means[family] <= 93.0;
   }
   return good ? 0 : 1;
 }
