@@ -332,10 +332,10 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlca(
        tested */
     double* test_stat,
     /* 81 out (ncov): upper tail probability of each statistic; 1 where the statistic is not
-       positive */
+       positive, NaN with a single class */
     double* test_p,
     /* 82 out (ncov): 0 good, 5 statistic not positive, 2 reduced fit did not converge, -1 or 1
-       reduced fit failed as in start_status */
+       reduced fit failed as in start_status, -1 with a single class */
     int32_t* test_status,
     /* 83 out (max_iter): largest absolute change of a parameter in each iteration; elements 1 to
        iterations are written */
