@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "api/host_arrays.hpp"
 #include "api/host_message.hpp"
 #include "api/progress.hpp"
 #include "api/stabilising.hpp"
@@ -86,11 +87,31 @@ void copy_out_starts(const driver_run& run, const start_arrays& to);
 void copy_out_patterns(const mlresult_type& result, const array<int32, 2>& patterns, int32 nkase,
                        std::int32_t* response_patterns, double* pattern_counts);
 
+/// Parameters by kind: total, gamma, rho, beta, delta, tau, big_rho, delta_beta, tau_beta.
+std::array<int32, 9> parameter_counts(const mlresult_type& result);
+
+/// Figures of the fit that both calls hand back in cells of the same names.
+template <class Call>
+void copy_out_common(const mlresult_type& result, const Call& call) {
+  set_logical(call.converged, result.converged);
+  set_cell(call.max_abs_diff, result.max_abs_diff);
+  set_cell(call.mean_abs_diff, result.mean_abs_diff);
+  set_cell(call.loglik, result.loglik);
+  set_cell(call.overflow_count, result.overflow_count);
+  set_cell(call.apparent_df, result.apparent_df);
+  set_cell(call.G2, result.G2);
+  set_cell(call.aic, result.aic);
+  set_cell(call.bic, result.bic);
+  set_cell(call.cat_loglik, result.cat_loglik);
+  set_cell(call.cat_g2, result.cat_g2);
+  set_cell(call.cat_df, result.cat_df);
+  copy_out(result.llvec, call.llvec);
+  copy_out(result.madvec, call.madvec);
+  copy_out(parameter_counts(result), call.n_params);
+}
+
 /// Cells 1 to 15 of the run information of a completed run.
 void copy_out_run_info(const driver_run& run, int32 free_parameters, int32 max_threads,
                        std::int32_t* info);
-
-/// Parameters by kind: total, gamma, rho, beta, delta, tau, big_rho, delta_beta, tau_beta.
-std::array<int32, 9> parameter_counts(const mlresult_type& result);
 
 }  // namespace tolvenra::api

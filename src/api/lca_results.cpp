@@ -46,27 +46,13 @@ void copy_out_clusters(const lca_call& call, const dataset::cluster_summary& clu
 void copy_out_fit(const lca_run& run) {
   const lca_call& call = run.call;
   const mlresult_type& result = run.best->result;
-  set_logical(call.converged, result.converged);
-  set_cell(call.max_abs_diff, result.max_abs_diff);
-  set_cell(call.mean_abs_diff, result.mean_abs_diff);
-  set_cell(call.loglik, result.loglik);
-  set_cell(call.overflow_count, result.overflow_count);
-  set_cell(call.apparent_df, result.apparent_df);
-  set_cell(call.G2, result.G2);
-  set_cell(call.aic, result.aic);
-  set_cell(call.bic, result.bic);
+  copy_out_common(result, call);
   set_cell(call.caic, result.caic);
   set_cell(call.abic, result.abic);
   set_cell(call.entropyraw, result.entropyraw);
   set_cell(call.entropy, result.entropy);
-  set_cell(call.cat_loglik, result.cat_loglik);
-  set_cell(call.cat_g2, result.cat_g2);
-  set_cell(call.cat_df, result.cat_df);
   set_cell(call.deff, std::numeric_limits<double>::quiet_NaN());
   copy_out(run.fit_extra, call.fit_extra);
-  copy_out(result.llvec, call.llvec);
-  copy_out(result.madvec, call.madvec);
-  copy_out(parameter_counts(result), call.n_params);
 }
 
 void copy_out_tests(const lca_run& run) {

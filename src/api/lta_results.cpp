@@ -54,22 +54,8 @@ int32 build(lta_run& run, built_results& built) {
 void copy_out_fit(const lta_run& run) {
   const lta_call& call = run.call;
   const mlresult_type& result = run.best->result;
-  set_logical(call.converged, result.converged);
-  set_cell(call.max_abs_diff, result.max_abs_diff);
-  set_cell(call.mean_abs_diff, result.mean_abs_diff);
-  set_cell(call.loglik, result.loglik);
-  set_cell(call.overflow_count, result.overflow_count);
-  set_cell(call.apparent_df, result.apparent_df);
-  set_cell(call.G2, result.G2);
-  set_cell(call.aic, result.aic);
-  set_cell(call.bic, result.bic);
-  set_cell(call.cat_loglik, result.cat_loglik);
-  set_cell(call.cat_g2, result.cat_g2);
-  set_cell(call.cat_df, result.cat_df);
+  copy_out_common(result, call);
   copy_out(run.fit_extra, call.fit_extra);
-  copy_out(result.llvec, call.llvec);
-  copy_out(result.madvec, call.madvec);
-  copy_out(parameter_counts(result), call.n_params);
 }
 
 void copy_out_tests(const lta_run& run) {

@@ -80,12 +80,21 @@ double lta_problem::wave_probability(int k, int t, int s) const {
 
 void lta_problem::for_each_sequence(
     int k, const std::function<void(const std::vector<int>&, double)>& body) const {
+  std::vector<double> start, wave, move;  // of this case, looked up by every sequence
+  for (int s = 1; s <= ns; ++s) start.push_back(start_probability(k, s));
+  for (int t = 1; t <= nt; ++t)
+    for (int s = 1; s <= ns; ++s) {
+      wave.push_back(wave_probability(k, t, s));
+      for (int d = 1; d <= ns && t < nt; ++d) move.push_back(move_probability(k, s, d, t));
+    }
+  const auto states = static_cast<std::size_t>(ns);
   std::vector<int> sequence(static_cast<std::size_t>(nt), 1);
   for (bool more = true; more;) {
-    double f = start_probability(k, sequence[0]);
-    for (int t = 1; t <= nt; ++t) {
-      f *= wave_probability(k, t, sequence[at(t)]);
-      if (t < nt) f *= move_probability(k, sequence[at(t)], sequence[at(t + 1)], t);
+    double f = start[at(sequence[0])];
+    for (std::size_t t = 0; t < sequence.size(); ++t) {
+      const std::size_t own = t * states + at(sequence[t]);
+      f *= wave[own];
+      if (t + 1 < sequence.size()) f *= move[own * states + at(sequence[t + 1])];
     }
     body(sequence, f);
     std::size_t t = 0;
