@@ -30,6 +30,9 @@ set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g1 -fno-omit-frame-pointer")
 macro(optimise_for_building)
   string(REPLACE "-O3" "-O1" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
   string(REPLACE "-O1" "-O0" CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
+  if(TOLVENRA_SANITIZE MATCHES undefined)
+    add_compile_options(-fno-sanitize=undefined)
+  endif()
 endmacro()
 
 # Sanitizers and coverage have to reach every object and every link of the tree.
