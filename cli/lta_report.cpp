@@ -183,7 +183,7 @@ class lta_reporter {
   [[nodiscard]] std::string test_section() const {
     if (data_.covariates.empty()) return "";
     if (!covariates_are_tested(data_))
-      return "\nTests of covariates with sampling weights are not available yet.\n";
+      return "\nCovariates are not tested under weights: the likelihood ratio is no chi-square then.\n";
     return test_table(answer_.tests);
   }
 
