@@ -183,7 +183,8 @@ class lta_reporter {
   [[nodiscard]] std::string test_section() const {
     if (data_.covariates.empty()) return "";
     if (!covariates_are_tested(data_))
-      return "\nCovariates are not tested under weights: the likelihood ratio is no chi-square then.\n";
+      return "\nCovariates are not tested under weights: the likelihood ratio is no chi-square "
+             "then.\n";
     return test_table(answer_.tests);
   }
 
