@@ -54,8 +54,6 @@ array<char, 3> reachable(const param_type& set) {
 
 void explain_unreachable(lta_run& run) {
   const param_type& set = run.param;
-  // Regressions with a prior need no cases.
-  const bool moves_from_prior = run.call.ncov_tau > 0 && run.call.prior_strength > 0.0;
   const array<char, 3> reach = reachable(set);
   const row_layout moves = param::tau_rows(set);
   const row_layout responses = param::big_rho_rows(set);
@@ -69,7 +67,7 @@ void explain_unreachable(lta_run& run) {
         const auto line = text("The fixed zeros let no case of stratum (group) ", g,
                                " be in status ", s, " at time ", t, ".");
         const int32 row = s - 1 + set.ns * (t - 1 + (set.nt - 1) * (g - 1));
-        if (t < set.nt && !moves_from_prior && needs_counts(set.tau_restrictions.flat, moves, row))
+        if (t < set.nt && needs_counts(set.tau_restrictions.flat, moves, row))
           return explain({line, text("Fix all but one element of its row of tau.")});
         const bool shared = shared_with(run, t, g, [&](int32 other_t, int32 other_g) {
           return reach(s, other_t, other_g) != 0;
