@@ -108,11 +108,10 @@ array<int32, 2> own_labels(const param_type& param) {
 }
 
 bool classes_are_labelled(const param_type& param, const array<double, 4>* fixed_rho) {
-  const auto nothing_else = [](std::size_t, std::size_t) { return true; };
   array<int32, 4> of_rho = param.rho_restrictions;
   free_padding(of_rho.flat, param::rho_rows(param));
-  return !labels_exchangeable(param.gamma_restrictions, param.gamma, {0}, nothing_else) ||
-         !labels_exchangeable(of_rho, fixed_rho ? *fixed_rho : param.rho, {1}, nothing_else);
+  return !labels_exchangeable(param.gamma_restrictions, param.gamma, {0}) ||
+         !labels_exchangeable(of_rho, fixed_rho ? *fixed_rho : param.rho, {1});
 }
 
 }  // namespace tolvenra::api

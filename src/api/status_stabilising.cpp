@@ -106,13 +106,12 @@ array<int32, 3> own_status_labels(const param_type& param) {
 }
 
 bool statuses_are_labelled(const param_type& param, const array<double, 6>* fixed_big_rho) {
-  const auto nothing_else = [](std::size_t, std::size_t) { return true; };
   array<int32, 6> of_big_rho = param.big_rho_restrictions;
   free_padding(of_big_rho.flat, param::big_rho_rows(param));
   const array<double, 6>& big_rho = fixed_big_rho ? *fixed_big_rho : param.big_rho;
-  return !labels_exchangeable(param.delta_restrictions, param.delta, {0}, nothing_else) ||
-         !labels_exchangeable(param.tau_restrictions, param.tau, {0, 1}, nothing_else) ||
-         !labels_exchangeable(of_big_rho, big_rho, {1}, nothing_else);
+  return !labels_exchangeable(param.delta_restrictions, param.delta, {0}) ||
+         !labels_exchangeable(param.tau_restrictions, param.tau, {0, 1}) ||
+         !labels_exchangeable(of_big_rho, big_rho, {1});
 }
 
 }  // namespace tolvenra::api

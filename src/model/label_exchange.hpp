@@ -4,6 +4,7 @@
 /// tell them apart: fixed elements with other values, or codes in another pattern.
 #pragma once
 
+#include <algorithm>
 #include <initializer_list>
 #include <unordered_map>
 
@@ -47,6 +48,16 @@ bool labels_exchangeable(const array<int32, R>& code, const array<double, R>& va
     }
   }
   return true;
+}
+
+/// The same where nothing else must agree.
+template <std::size_t R>
+bool labels_exchangeable(const array<int32, R>& code, const array<double, R>& value,
+                         std::initializer_list<std::size_t> dimensions) {
+  const bool restricted =
+      std::any_of(code.flat.begin(), code.flat.end(), [](int32 k) { return k != 1; });
+  return !restricted || labels_exchangeable(code, value, dimensions,
+                                            [](std::size_t, std::size_t) { return true; });
 }
 
 }  // namespace tolvenra
