@@ -29,7 +29,8 @@
  *   14: iterations of the run without covariates that feeds the stabilising priors
  *   15: strata whose saturated model ended at the limit of passes (1000, fewer for huge tables);
  *       fit_extra says how far from its maximum at most
- *   16: reserved, 0
+ *   16: regression coefficients without a finite estimate: the likelihood goes on rising, by next
+ *       to nothing, as they grow
  *
  * n_params:
  *    1: all parameters
@@ -216,10 +217,11 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlca(
     /* 30 out (nci, nc, nrcmax, nstr): sandwich standard errors of rho */
     double* std_rho,
     /* 31 out (ncov+1, nc, nstr): sandwich standard errors of beta, 0 in the column of the reference
-       class */
+       class, NaN where a coefficient has no finite estimate */
     double* std_beta,
     /* 32 out (q, q): covariance matrix of the membership coefficients, packed with its own order q
-       = run_info(9): (ncov+1)(nc-1)nstr, for a binary regression (ncov+1)nstr */
+       = run_info(9): (ncov+1)(nc-1)nstr, for a binary regression (ncov+1)nstr; NaN where a
+       coefficient has no finite estimate */
     double* cov_b,
     /* 33 in: 0 for no standard errors, any other value to compute them; they respect clusters when
        clusters are given (docs/standard-errors.md) */

@@ -4,6 +4,7 @@
 
 #include "api/host_arrays.hpp"
 #include "api/lca_run.hpp"
+#include "estimation/msteps_covariates.hpp"
 #include "estimation/standard_errors.hpp"
 
 namespace tolvenra::api {
@@ -54,6 +55,19 @@ int32 put_options(const param_type& full, param_type& reduced, error_type& err) 
   return 0;
 }
 
+/// The prior as the regressions of the full model had it.
+array<double, 2> raised_prior(const param_type& full) {
+  array<double, 2> prior = full.beta_stabilizing_prior;
+  for (int32 g = 1; g <= full.nstr; ++g) {
+    double* own = prior.column(g);
+    std::vector<bool> absent;
+    for (int32 c = 1; c <= full.nc; ++c) absent.push_back(full.gamma_restrictions(c, g) == 0);
+    const auto raised = estimation::compute_stabilizing_prior({own, own + full.nc}, absent);
+    std::copy(raised.begin(), raised.end(), own);
+  }
+  return prior;
+}
+
 /// The prior of the regression; without any covariate left it is one of the class shares.
 int32 put_class_prior(const param_type& full, param_type& reduced, error_type& err) {
   if (!full.beta_stabilizing_prior_set) return 0;
@@ -62,12 +76,24 @@ int32 put_class_prior(const param_type& full, param_type& reduced, error_type& e
                                              full.beta_stabilizing_prior_ess, reduced, err);
   array<double, 1> ess;
   ess.allocate({full.nstr}, full.beta_stabilizing_prior_ess);
-  if (param::put_gamma_prior(full.beta_stabilizing_prior, reduced, err) != 0) return -1;
+  if (param::put_gamma_prior(raised_prior(full), reduced, err) != 0) return -1;
   return param::put_gamma_prior_ess(ess, reduced, err);
 }
 
-int32 leave_out(const dataset_type& dataset, const param_type& full, int32 covariate,
+/// Where the coefficients of the smaller model start: at those of the full one, or, when some of
+/// these have no finite estimate, at regressions of its posteriors.
+int32 put_start(const fitted_start& full, int32 covariate, param_type& reduced, error_type& err) {
+  array<double, 3> beta;
+  if (full.result.n_runaway == 0)
+    beta = without_row(full.param.beta, covariate + 1);
+  else if (estimation::regress_classes_without(full.work, covariate, beta, err) != 0)
+    return -1;
+  return param::put_beta(beta, reduced, err);
+}
+
+int32 leave_out(const dataset_type& dataset, const fitted_start& best, int32 covariate,
                 reduced_model& reduced, error_type& err) {
+  const param_type& full = best.param;
   reduced.dataset = dataset;
   const array<double, 2> cov = without_column(*dataset.cov, covariate);
   if (dataset::put_ncov(full.ncov - 1, reduced.dataset, err) != 0 ||
@@ -79,7 +105,7 @@ int32 leave_out(const dataset_type& dataset, const param_type& full, int32 covar
   if (param::put_dims(dims, reduced.param, err) != 0 ||
       put_options(full, reduced.param, err) != 0 || put_class_prior(full, reduced.param, err) != 0)
     return -1;
-  return param::put_beta(without_row(full.beta, covariate + 1), reduced.param, err);
+  return put_start(best, covariate, reduced.param, err);
 }
 
 /// Twice the loss of log-likelihood without covariate i; its status.
@@ -92,7 +118,7 @@ int32 test_one(lca_run& run, int32 covariate, double& statistic) {
   estimation::em_controls controls{run.call.criterion, run.call.max_iter, run.call.max_threads,
                                    view.watch()};
   statistic = nan;
-  if (leave_out(run.dataset, run.best->param, covariate, reduced, report) != 0 ||
+  if (leave_out(run.dataset, *run.best, covariate, reduced, report) != 0 ||
       estimation::run_em_modelfit(reduced.dataset, run.model, reduced.param, result, work, report,
                                   controls) != 0)
     return regression_failed(report) ? -1 : 1;

@@ -149,6 +149,7 @@ void copy_out_run_info(const driver_run& run, int32 free_parameters, int32 max_t
   info[12] = free_parameters;
   info[13] = run.plain ? run.plain->iterations : 0;
   info[14] = result.cat_unfinished;
+  info[15] = result.n_runaway;
 }
 
 std::array<int32, 9> parameter_counts(const mlresult_type& result) {

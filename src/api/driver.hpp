@@ -110,7 +110,7 @@ void copy_out_common(const mlresult_type& result, const Call& call) {
   copy_out(parameter_counts(result), call.n_params);
 }
 
-/// Cells 1 to 15 of the run information of a completed run.
+/// Cells of the run information of a completed run.
 void copy_out_run_info(const driver_run& run, int32 free_parameters, int32 max_threads,
                        std::int32_t* info);
 

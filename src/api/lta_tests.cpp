@@ -3,6 +3,7 @@
 
 #include "api/host_arrays.hpp"
 #include "api/lta_run.hpp"
+#include "estimation/msteps_status_covariates.hpp"
 
 namespace tolvenra::api {
 namespace {
@@ -75,6 +76,25 @@ int32 put_options(const param_type& full, param_type& reduced, error_type& err) 
   return full.tau_binary_regression ? put_binary_tau(full.binary_tau, reduced, err) : 0;
 }
 
+/// Rows of a stabilising prior as the regressions of the full model had them.
+void raise_rows(const row_layout& rows, const std::vector<int32>& codes,
+                std::vector<double>& prior) {
+  for (int32 m = 0; m < rows.nrows; ++m) {
+    std::vector<double> own;
+    std::vector<bool> absent;
+    const auto place = [&](std::size_t r) {
+      return static_cast<std::size_t>(rows.base(m)) + r * static_cast<std::size_t>(rows.step);
+    };
+    const auto length = static_cast<std::size_t>(rows.length[static_cast<std::size_t>(m)]);
+    for (std::size_t r = 0; r < length; ++r) {
+      own.push_back(prior[place(r)]);
+      absent.push_back(codes[place(r)] == 0);
+    }
+    own = estimation::compute_stabilizing_prior(std::move(own), absent);
+    for (std::size_t r = 0; r < length; ++r) prior[place(r)] = own[r];
+  }
+}
+
 /// The priors of the regressions; a family without any covariate left has them on its
 /// probabilities.
 int32 put_priors(const param_type& full, param_type& reduced, error_type& err) {
@@ -86,8 +106,9 @@ int32 put_priors(const param_type& full, param_type& reduced, error_type& err) {
   } else if (full.delta_beta_stabilizing_prior_set) {
     array<double, 2> ess;
     ess.allocate({full.nc, full.nstr}, full.delta_beta_stabilizing_prior_ess);
-    if (put_delta_prior(full.delta_beta_stabilizing_prior, reduced, err) != 0 ||
-        put_delta_prior_ess(ess, reduced, err) != 0)
+    array<double, 3> prior = full.delta_beta_stabilizing_prior;
+    raise_rows(delta_rows(full), full.delta_restrictions.flat, prior.flat);
+    if (put_delta_prior(prior, reduced, err) != 0 || put_delta_prior_ess(ess, reduced, err) != 0)
       return -1;
   }
   if (!full.tau_beta_stabilizing_prior_set) return 0;
@@ -96,7 +117,9 @@ int32 put_priors(const param_type& full, param_type& reduced, error_type& err) {
                                           full.tau_beta_stabilizing_prior_ess, reduced, err);
   array<double, 4> ess;
   ess.allocate({full.ns, full.nt - 1, full.nc, full.nstr}, full.tau_beta_stabilizing_prior_ess);
-  if (put_tau_prior(full.tau_beta_stabilizing_prior, reduced, err) != 0) return -1;
+  array<double, 5> prior = full.tau_beta_stabilizing_prior;
+  raise_rows(tau_rows(full), full.tau_restrictions.flat, prior.flat);
+  if (put_tau_prior(prior, reduced, err) != 0) return -1;
   return put_tau_prior_ess(ess, reduced, err);
 }
 
@@ -111,10 +134,19 @@ int32 leave_out(lta_run& run, const covariate& left_out, dataset_type& dataset, 
   if (param::put_dims(dims, reduced, err) != 0 || put_options(full, reduced, err) != 0 ||
       put_priors(full, reduced, err) != 0)
     return -1;
-  const bool of_delta = !left_out.of_transitions;
-  const auto delta_beta =
-      of_delta ? without(full.delta_beta, left_out.number + 1) : full.delta_beta;
-  const auto tau_beta = of_delta ? full.tau_beta : without(full.tau_beta, left_out.number + 1);
+  array<double, 4> delta_beta = full.delta_beta;
+  array<double, 6> tau_beta = full.tau_beta;
+  const int32 of_start = left_out.of_transitions ? 0 : left_out.number;
+  const int32 of_moves = left_out.of_transitions ? left_out.number : 0;
+  if (run.best->result.n_runaway > 0) {  // some lead nowhere: regressions of the posteriors do not
+    if (estimation::regress_statuses_without(run.best->work, of_start, of_moves, delta_beta,
+                                             tau_beta, err) != 0)
+      return -1;
+  } else if (left_out.of_transitions) {
+    tau_beta = without(tau_beta, left_out.number + 1);
+  } else {
+    delta_beta = without(delta_beta, left_out.number + 1);
+  }
   if (param::put_delta_beta(delta_beta, reduced, err) != 0) return -1;
   return param::put_tau_beta(tau_beta, reduced, err);
 }

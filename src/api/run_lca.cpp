@@ -39,10 +39,11 @@ prior_strengths strengths_of(const lca_call& call) {
   return {call.beta_prior_strength, call.rho_prior_strength, call.gamma_prior_strength};
 }
 
-/// Fits the model without covariates; its estimates become the priors of the covariate model.
+/// Fits the model without covariates where a prior is asked for: its estimates become the priors of
+/// the covariate model.
 int32 stabilise(lca_run& run) {
   const lca_call& call = run.call;
-  if (call.ncov == 0) return 0;
+  if (call.ncov == 0 || !strengths_of(call).any()) return 0;
   stabilising_model& plain = run.plain.emplace();
   run.progress.begin_stage(run_stage::stabilising, 1);
   if (drop_covariates(run.dataset, run.param, plain, run.err) != 0) return -1;
@@ -77,8 +78,7 @@ int32 search_starts(lca_run& run) {
   search.controls = controls_of(call);
   search.progress = &run.progress;
   const prior_strengths strengths = strengths_of(call);
-  if (run.plain && strengths.any() && run.starts.size() > 1 &&
-      !classes_are_labelled(run.param, search.fixed.rho)) {
+  if (run.plain && run.starts.size() > 1 && !classes_are_labelled(run.param, search.fixed.rho)) {
     search.plain = &*run.plain;
     search.strengths = strengths;
   }

@@ -37,10 +37,11 @@ int32 refuse_stabilising_fit(lta_run& run) {
                       text("      model run to obtain stablizing priors.")});
 }
 
-/// Fits the model without covariates; its estimates become the priors of the covariate model.
+/// Fits the model without covariates where a prior is asked for: its estimates become the priors of
+/// the covariate model.
 int32 stabilise(lta_run& run) {
   const lta_call& call = run.call;
-  if (call.ncov_delta == 0 && call.ncov_tau == 0) return 0;
+  if ((call.ncov_delta == 0 && call.ncov_tau == 0) || !(call.prior_strength > 0.0)) return 0;
   stabilising_model& plain = run.plain.emplace();
   run.progress.begin_stage(run_stage::stabilising, 1);
   if (drop_status_covariates(run.dataset, run.param, plain, run.err) != 0) return -1;
@@ -75,12 +76,15 @@ int32 search_starts(lta_run& run) {
   search.controls = controls_of(call);
   search.progress = &run.progress;
   search.strengths.status = call.prior_strength;
-  if (run.plain && search.strengths.any() && run.starts.size() > 1 && search.random &&
+  if (run.plain && run.starts.size() > 1 && search.random &&
       !statuses_are_labelled(run.param, search.fixed.big_rho))
     search.plain = &*run.plain;
   if (fit_starts(search, run) == 0) return 0;
-  // With covariates the stabilising run had cases in every row, so the reason is another one.
-  if (!run.progress.cancelled() && !run.plain) explain_unreachable(run);
+  // A stabilising run that ended well had cases in every row, so the reason is another one; and so
+  // it is where a regression failed.
+  const bool regressed = std::any_of(run.starts.begin(), run.starts.end(),
+                                     [](const start_outcome& start) { return start.status == -1; });
+  if (!run.progress.cancelled() && !run.plain && !regressed) explain_unreachable(run);
   return -1;
 }
 

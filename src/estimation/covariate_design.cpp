@@ -19,6 +19,7 @@ void fill_design(const mlworkspace& work, int32 first_pattern, int32 first_colum
     for (int32 j = 2; j <= fit.x.n[1]; ++j)
       fit.x(u, j) = cov(patterns.first_case[at], first_column + j - 2);
   }
+  scale_design(fit);
 }
 
 std::vector<double> starting_shares(std::span<const double> p, int32 compared) {

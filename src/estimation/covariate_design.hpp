@@ -16,8 +16,8 @@ struct pattern_range {
 };
 pattern_range patterns_of(const mlworkspace& work, int32 g);
 
-/// Covariates of a stratum's patterns behind a column of ones, and the patterns' weights.
-/// \param first_column  of the covariates in the data, 1-based
+/// Covariates of a stratum's patterns behind a column of ones, centred and scaled, and the
+/// patterns' weights. \param first_column  of the covariates in the data, 1-based
 void fill_design(const mlworkspace& work, int32 first_pattern, int32 first_column, regression& fit);
 
 /// Proportions of the categories that the binary form does not compare, from their probabilities.

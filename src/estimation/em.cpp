@@ -9,6 +9,7 @@
 #include "core/parallel.hpp"
 #include "estimation/estep.hpp"
 #include "estimation/fit_stats.hpp"
+#include "estimation/flat_directions.hpp"
 #include "estimation/msteps.hpp"
 #include "estimation/msteps_covariates.hpp"
 #include "estimation/msteps_status_covariates.hpp"
@@ -207,6 +208,8 @@ void fill_result(mlworkspace& work, mlresult_type& result) {
                               result.n_params_delta + result.n_params_tau +
                               result.n_params_big_rho + result.n_params_delta_beta +
                               result.n_params_tau_beta;
+  for (const auto* rows : {&work.beta.rows, &work.delta_beta.rows, &work.tau_beta.rows})
+    for (const fitted_row& row : *rows) result.n_runaway += count_runaways(row);
   set_apparent_df(work, result);
   result.filled = true;
 }
@@ -231,8 +234,7 @@ double log_prior_of(const logit_block<3>& beta, const class_counts& classes) {
     for (int32 u = 1; u <= fit.x.n[0]; ++u, p += classes.width) {
       total += fit.weight(u);
       for (std::size_t c = 0; c < fit.prior.size(); ++c)
-        if (fit.prior[c] > 0.0 && !fit.absent[c])
-          of_fit += fit.weight(u) * fit.prior[c] * std::log(p[c]);
+        if (fit.prior[c] > 0.0) of_fit += fit.weight(u) * fit.prior[c] * std::log(p[c]);
     }
     sum += fit.prior_ess / total * of_fit;
   }
@@ -291,6 +293,11 @@ int32 run_em_modelfit(const dataset_type& dataset, const model_type& model, para
   work.post.keep = true;
   if (run_estep(work, err) != 0) return -1;
   average_status_probabilities(work);
+  if (allocation::allocate_under("run_em_modelfit: work", here, err, [&] {
+        find_class_runaways(work);
+        find_status_runaways(work);
+      }) != 0)
+    return -1;
   if (retrieve_parameters_from_workspace(param, work, err) != 0)
     return fail(err, here, {text("Failed to retrieve parameters from workspace.")});
   if (controls.status_posteriors && work.data.ni > 0 &&

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "estimation/flat_directions.hpp"
 #include "estimation/logit_rows.hpp"
 
 namespace tolvenra::estimation {
@@ -46,7 +47,8 @@ void set_sizes(const mlworkspace& work, free_parameters& map) {
   map.place.assign(map.responses_at(map.copies, map.nc + 1), logit_place{});
 }
 
-/// Every coefficient is free unless its class is left out of the regression.
+/// Every coefficient is free unless its class is left out of the regression. What an empty class
+/// has no finite estimate of is none of the boundary's.
 void place_slopes(const mlworkspace& work, free_parameters& map, std::vector<bool>& parameters) {
   for (int32 g = 1; g <= map.nstr; ++g) {
     std::size_t at = map.membership_at(g);
@@ -54,7 +56,8 @@ void place_slopes(const mlworkspace& work, free_parameters& map, std::vector<boo
       for (int32 j = 0; j < map.columns; ++j, ++at) {
         if (absent(work, c, g)) continue;
         map.place[at] = {static_cast<int32>(parameters.size()), 1.0};
-        parameters.push_back(!map.at_boundary(work.gamma.now(c, g)));
+        const fitted_row& row = work.beta.rows[static_cast<std::size_t>(g - 1)];
+        parameters.push_back(!map.at_boundary(work.gamma.now(c, g)) || is_runaway(row, j + 1, c));
       }
   }
 }

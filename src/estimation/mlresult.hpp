@@ -38,6 +38,7 @@ struct mlresult_type {
   int32 n_params_gamma = 0, n_params_rho = 0, n_params_beta = 0;
   int32 n_params_delta = 0, n_params_tau = 0, n_params_big_rho = 0;
   int32 n_params_delta_beta = 0, n_params_tau_beta = 0;
+  int32 n_runaway = 0;  ///< coefficients without a finite estimate, counted above too
   int32 nc = 0, ns = 1, nt = 1;
   std::vector<double> post_cls;          ///< nrow x nc, row by row
   std::vector<double> post_cls_sta;      ///< nrow records of (nc, nt, ns), when asked for
@@ -49,8 +50,10 @@ struct mlresult_type {
   array<double, 2> std_gamma, std_gamma_model;  ///< (nc, nstr) robust; from the information alone
   array<double, 4> std_rho;                     ///< (nci, nc, nrcmax, nstr)
   array<double, 3> std_beta;                    ///< (ncov+1, nc, nstr), with covariates
-  array<double, 2> cov_b, cov_b_model;          ///< covariance of the membership coefficients
-  int32 n_boundary = 0;                         ///< free parameters held at a boundary estimate
+  array<double, 2> cov_b, cov_b_model;          ///< covariance of the membership coefficients;
+                                                ///< cov_b is NaN without a finite estimate
+  array<double, 2> cov_b_held;  ///< cov_b where flat directions are held instead of left out
+  int32 n_boundary = 0;         ///< free parameters held at a boundary estimate
 };
 
 namespace estimation {

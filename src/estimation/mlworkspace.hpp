@@ -46,15 +46,15 @@ struct case_data {
 };
 
 /// A family of regressions in the workspace: coefficients in the parameter's shape, one record per
-/// design matrix (beta and delta_beta: per stratum; tau_beta: per stratum and transition) and the
-/// shares of every fitted row of categories.
+/// design matrix (beta and delta_beta: per stratum; tau_beta: per stratum and transition) and one
+/// per fitted row of categories.
 template <std::size_t R>
 struct logit_block {
   bool active = false;        ///< the categories are regressed on covariates
   array<double, R> now, old;  ///< estimates (new_, old_)
   std::vector<estimation::regression> fits;
-  std::vector<std::vector<double>> shares;  ///< of the binary form, one vector per fitted row
-  bool use_prior = false;                   ///< a stabilising prior is in use
+  std::vector<estimation::fitted_row> rows;  ///< what the fits leave behind
+  bool use_prior = false;                    ///< a stabilising prior is in use
   int32 n_estimated = 0;
 };
 

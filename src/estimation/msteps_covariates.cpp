@@ -4,6 +4,7 @@
 
 #include "core/dynamic_allocation.hpp"
 #include "estimation/covariate_design.hpp"
+#include "estimation/flat_directions.hpp"
 
 namespace tolvenra::estimation {
 namespace {
@@ -38,7 +39,7 @@ void load_regression(const mlworkspace& work, int32 g, regression& fit) {
     fit.absent[static_cast<std::size_t>(c - 1)] = work.gamma.code(c, g) == 0;
   if (work.beta.use_prior) {
     const double* prior = param.beta_stabilizing_prior.column(g);
-    fit.prior.assign(prior, prior + work.latent.nc);
+    fit.prior = compute_stabilizing_prior({prior, prior + work.latent.nc}, fit.absent);
     fit.prior_ess = param.beta_stabilizing_prior_ess;
   }
 }
@@ -72,7 +73,7 @@ int32 load_beta(mlworkspace& work, error_type& err) {
   beta.old = param.beta;
   beta.n_estimated = 0;
   beta.fits.clear();
-  beta.shares.clear();
+  beta.rows.clear();
   if (!beta.active) return 0;
   beta.use_prior = param.beta_stabilizing_prior_set && param.beta_stabilizing_prior_ess > 0.0;
   for (int32 g = 1; g <= work.data.nstr; ++g) {
@@ -82,8 +83,8 @@ int32 load_beta(mlworkspace& work, error_type& err) {
       return fail(err, here,
                   {text("Unable to allocate instance(s) of the logit workspace type for beta.")});
     const double* gamma = work.gamma.now.column(g);
-    beta.shares.push_back(starting_shares({gamma, static_cast<std::size_t>(work.latent.nc)},
-                                          beta.fits.back().binary));
+    beta.rows.emplace_back().shares =
+        starting_shares({gamma, static_cast<std::size_t>(work.latent.nc)}, beta.fits.back().binary);
     refer_to_baseline(beta.fits.back(), &beta.now(1, 1, g));
     beta.n_estimated += regression_parameters(beta.fits.back());
   }
@@ -100,16 +101,14 @@ int32 predict_gamma(mlworkspace& work, error_type& err) {
     const auto at = static_cast<std::size_t>(g - 1);
     const regression& fit = work.beta.fits[at];
     double* p = work.classes.prior.data() + std::ptrdiff_t{width} * patterns_of(work, g).first;
-    if (predict(fit, &work.beta.now(1, 1, g), work.beta.shares[at], p, width, "gamma", here, err) !=
-        0)
+    if (predict(fit, &work.beta.now(1, 1, g), work.beta.rows[at].shares, p, width, "gamma", here,
+                err) != 0)
       return -1;
-    double total = 0.0;
     for (int32 c = 1; c <= work.latent.nc; ++c) work.gamma.now(c, g) = 0.0;
     for (int32 u = 1; u <= fit.x.n[0]; ++u, p += width) {
-      total += fit.weight(u);
       for (int32 c = 1; c <= work.latent.nc; ++c) work.gamma.now(c, g) += fit.weight(u) * p[c - 1];
     }
-    for (int32 c = 1; c <= work.latent.nc; ++c) work.gamma.now(c, g) /= total;
+    for (int32 c = 1; c <= work.latent.nc; ++c) work.gamma.now(c, g) /= fit.total_weight;
   }
   return 0;
 }
@@ -121,11 +120,33 @@ int32 mstep_beta(mlworkspace& work, error_type& err) {
     regression& fit = work.beta.fits[at];
     fill_outcomes(work, g, patterns_of(work, g).first, fit);
     const std::string where = "Group: " + to_text(int64{g});
-    if (fit_regression(fit, &work.beta.now(1, 1, g), work.beta.shares[at], work.em.threads, here,
+    if (fit_regression(fit, &work.beta.now(1, 1, g), work.beta.rows[at], work.em.threads, here,
                        where, err) != 0)
       return -1;
   }
   return predict_gamma(work, err);
+}
+
+void find_class_runaways(mlworkspace& work) {
+  if (!work.beta.active) return;
+  for (int32 g = 1; g <= work.data.nstr; ++g) {
+    const auto at = static_cast<std::size_t>(g - 1);
+    fill_outcomes(work, g, patterns_of(work, g).first, work.beta.fits[at]);
+    find_runaways(work.beta.fits[at], &work.beta.now(1, 1, g), work.em.threads, work.beta.rows[at]);
+  }
+}
+
+int32 regress_classes_without(const mlworkspace& work, int32 left_out, array<double, 3>& beta,
+                              error_type& err) {
+  constexpr routine here{"mstep_beta", "estimation"};
+  beta.allocate({work.data.ncov, work.latent.nc, work.data.nstr});
+  for (int32 g = 1; g <= work.data.nstr; ++g) {
+    const regression& fit = work.beta.fits[static_cast<std::size_t>(g - 1)];
+    if (fit_without(fit, left_out, beta.column(1, g), work.em.threads, here,
+                    "Group: " + to_text(int64{g}), err) != 0)
+      return -1;
+  }
+  return 0;
 }
 
 }  // namespace tolvenra::estimation

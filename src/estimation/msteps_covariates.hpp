@@ -23,4 +23,14 @@ int32 predict_gamma(mlworkspace& work, error_type& err);
 /// \param[in,out] work  reads post.cls; writes beta.now, classes.prior, gamma.now
 int32 mstep_beta(mlworkspace& work, error_type& err);
 
+/// Notes the coefficients without a finite estimate, by the final posteriors.
+void find_class_runaways(mlworkspace& work);
+
+/// Regresses the final posterior classes, as find_class_runaways left them, on all covariates but
+/// one, from zero: where a model without that covariate can start when the coefficients of the full
+/// one are of no use.
+/// \param left_out  covariate, 1-based \param[out] beta  (ncov, nc, nstr)
+int32 regress_classes_without(const mlworkspace& work, int32 left_out, array<double, 3>& beta,
+                              error_type& err);
+
 }  // namespace tolvenra::estimation

@@ -4,6 +4,7 @@
 
 #include "core/dynamic_allocation.hpp"
 #include "estimation/covariate_design.hpp"
+#include "estimation/flat_directions.hpp"
 #include "estimation/status_estep.hpp"
 
 namespace tolvenra::estimation {
@@ -169,6 +170,18 @@ struct tau_family {
   static const std::vector<double>& tables(const status_tables& t) { return t.tau; }
 };
 
+/// The stabilising prior of a row.
+template <class Family>
+std::vector<double> prior_of(const mlworkspace& work, const place& p) {
+  std::vector<double> prior;
+  std::vector<bool> absent;
+  for (int32 d = 1; d <= work.latent.ns; ++d) {
+    prior.push_back(Family::prior(work.given.param, p, d));
+    absent.push_back(Family::code(work, p, d) == 0);
+  }
+  return compute_stabilizing_prior(std::move(prior), absent);
+}
+
 /// What differs between the rows that share a design: structural zeros, reference and prior.
 template <class Family>
 void aim(const mlworkspace& work, const place& p, regression& fit) {
@@ -177,10 +190,8 @@ void aim(const mlworkspace& work, const place& p, regression& fit) {
   fit.baseline = Family::baseline(param, p);
   fit.binary = Family::compared(param, p);
   fit.prior.clear();
-  for (int32 d = 1; d <= work.latent.ns; ++d) {
-    fit.absent[at(d - 1)] = Family::code(work, p, d) == 0;
-    if (block.use_prior) fit.prior.push_back(Family::prior(param, p, d));
-  }
+  for (int32 d = 1; d <= work.latent.ns; ++d) fit.absent[at(d - 1)] = Family::code(work, p, d) == 0;
+  if (block.use_prior) fit.prior = prior_of<Family>(work, p);
   fit.prior_ess = block.use_prior ? Family::prior_ess(param) : 0.0;
 }
 
@@ -213,7 +224,7 @@ int32 predict_row(mlworkspace& work, const place& p, error_type& err) {
   const std::size_t first = Family::table(work, p, patterns.first);
   const std::size_t step = Family::table(work, p, patterns.first + 1) - first;
   const std::vector<double> beta = gather<Family>(block.now, work, p);
-  return predict(fit, beta.data(), block.shares[Family::row(work, p)],
+  return predict(fit, beta.data(), block.rows[Family::row(work, p)].shares,
                  &Family::tables(work.statuses)[first], static_cast<int32>(step), Family::name,
                  Family::here, err);
 }
@@ -243,7 +254,7 @@ int32 load_family(mlworkspace& work, const routine& here, std::string_view label
   const bool transition = Family::transition;
   block.n_estimated = 0;
   block.fits.clear();
-  block.shares.clear();
+  block.rows.clear();
   const auto load_designs = [&] {
     for (int32 g = 1; g <= work.data.nstr; ++g)
       for (int32 k = 1; k <= (transition ? work.data.nt - 1 : 1); ++k) {
@@ -261,7 +272,7 @@ int32 load_family(mlworkspace& work, const routine& here, std::string_view label
     std::vector<double> start;
     for (int32 d = 1; d <= work.latent.ns; ++d)
       start.push_back(*Family::cell(Family::probabilities(work), p, d));
-    block.shares.push_back(starting_shares(start, fit.binary));
+    block.rows.emplace_back().shares = starting_shares(start, fit.binary);
     std::vector<double> beta = gather<Family>(block.now, work, p);
     refer_to_baseline(fit, beta.data());
     scatter<Family>(beta, work, p, block.now);
@@ -271,19 +282,25 @@ int32 load_family(mlworkspace& work, const routine& here, std::string_view label
   return predict_all<Family>(work, err);
 }
 
+/// The expected statuses, or moves, of the row at every pattern.
+template <class Family>
+void fill_outcomes(const mlworkspace& work, const place& p, regression& fit) {
+  const pattern_range patterns = patterns_of(work, p.g);
+  for (int32 u = 1; u <= patterns.count; ++u) {
+    const double* count = Family::count(work, p, patterns.first + u - 1);
+    for (int32 d = 1; d <= work.latent.ns; ++d) fit.y(u, d) = count[d - 1];
+  }
+}
+
 template <class Family>
 int32 mstep_family(mlworkspace& work, error_type& err) {
   auto& block = Family::block(work);
   const auto fit_row = [&](const place& p) {
     regression& fit = block.fits[Family::design(work, p)];
     aim<Family>(work, p, fit);
-    const pattern_range patterns = patterns_of(work, p.g);
-    for (int32 u = 1; u <= patterns.count; ++u) {
-      const double* count = Family::count(work, p, patterns.first + u - 1);
-      for (int32 d = 1; d <= work.latent.ns; ++d) fit.y(u, d) = count[d - 1];
-    }
+    fill_outcomes<Family>(work, p, fit);
     std::vector<double> beta = gather<Family>(block.now, work, p);
-    if (fit_regression(fit, beta.data(), block.shares[Family::row(work, p)], work.em.threads,
+    if (fit_regression(fit, beta.data(), block.rows[Family::row(work, p)], work.em.threads,
                        Family::here, text_of(p, Family::transition), err) != 0)
       return -1;
     scatter<Family>(beta, work, p, block.now);
@@ -291,6 +308,43 @@ int32 mstep_family(mlworkspace& work, error_type& err) {
   };
   if (for_each_place(work, Family::transition, fit_row) != 0) return -1;
   return predict_all<Family>(work, err);
+}
+
+template <class Family>
+void find_family_runaways(mlworkspace& work) {
+  auto& block = Family::block(work);
+  if (!block.active) return;
+  for_each_place(work, Family::transition, [&](const place& p) {
+    regression& fit = block.fits[Family::design(work, p)];
+    aim<Family>(work, p, fit);
+    fill_outcomes<Family>(work, p, fit);
+    const std::vector<double> beta = gather<Family>(block.now, work, p);
+    find_runaways(fit, beta.data(), work.em.threads, block.rows[Family::row(work, p)]);
+    return 0;
+  });
+}
+
+/// \param left_out  covariate, 1-based; 0 for none
+template <class Family>
+int32 regress_family_without(mlworkspace& work, int32 left_out, auto& beta, error_type& err) {
+  auto& block = Family::block(work);
+  const int32 columns = Family::columns(work) - (left_out > 0 ? 1 : 0);
+  auto extents = block.now.n;
+  extents[0] = columns;
+  beta.allocate(extents);
+  if (!block.active) return 0;
+  return for_each_place(work, Family::transition, [&](const place& p) {
+    regression& fit = block.fits[Family::design(work, p)];
+    aim<Family>(work, p, fit);
+    fill_outcomes<Family>(work, p, fit);
+    std::vector<double> own(at(int64{columns} * work.latent.ns), 0.0);
+    if (fit_without(fit, left_out, own.data(), work.em.threads, Family::here,
+                    text_of(p, Family::transition), err) != 0)
+      return -1;
+    for (int32 d = 1; d <= work.latent.ns; ++d)
+      std::copy_n(own.begin() + (d - 1) * columns, columns, Family::coefficients(beta, p, d));
+    return 0;
+  });
 }
 
 /// Averages of the probabilities over the patterns, weighted by the expected cases in the row; by
@@ -332,14 +386,13 @@ double log_prior_of_family(const mlworkspace& work) {
     const pattern_range patterns = patterns_of(work, p.g);
     double total = 0.0;
     double of_row = 0.0;
+    const std::vector<double> prior = prior_of<Family>(work, p);
     for (int32 unit = patterns.first; unit < patterns.first + patterns.count; ++unit) {
       const double weight = work.rows->covariates.weight[at(unit)];
       const double* own = &Family::tables(work.statuses)[Family::table(work, p, unit)];
       total += weight;
       for (int32 d = 1; d <= work.latent.ns; ++d) {
-        const double prior = Family::prior(work.given.param, p, d);
-        if (prior > 0.0 && Family::code(work, p, d) != 0)
-          of_row += weight * prior * std::log(own[d - 1]);
+        if (prior[at(d - 1)] > 0.0) of_row += weight * prior[at(d - 1)] * std::log(own[d - 1]);
       }
     }
     sum += Family::prior_ess(work.given.param) / total * of_row;
@@ -387,6 +440,18 @@ int32 mstep_delta_beta(mlworkspace& work, error_type& err) {
 }
 int32 mstep_tau_beta(mlworkspace& work, error_type& err) {
   return mstep_family<tau_family>(work, err);
+}
+
+void find_status_runaways(mlworkspace& work) {
+  find_family_runaways<delta_family>(work);
+  find_family_runaways<tau_family>(work);
+}
+
+int32 regress_statuses_without(mlworkspace& work, int32 of_start, int32 of_moves,
+                               array<double, 4>& delta_beta, array<double, 6>& tau_beta,
+                               error_type& err) {
+  if (regress_family_without<delta_family>(work, of_start, delta_beta, err) != 0) return -1;
+  return regress_family_without<tau_family>(work, of_moves, tau_beta, err);
 }
 
 void average_status_probabilities(mlworkspace& work) {

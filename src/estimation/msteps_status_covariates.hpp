@@ -27,6 +27,17 @@ int32 load_tau_beta(mlworkspace& work, error_type& err);
 int32 mstep_delta_beta(mlworkspace& work, error_type& err);
 int32 mstep_tau_beta(mlworkspace& work, error_type& err);
 
+/// Notes the coefficients without a finite estimate, by the expected counts of the last E-step.
+void find_status_runaways(mlworkspace& work);
+
+/// Regress the expected statuses and moves of the last E-step anew, from zero, on all covariates
+/// but one: where a model without it can start when the coefficients of the full one are of no use.
+/// \param of_start, of_moves  covariate to leave out, 1-based, 0 for none
+/// \param[out] delta_beta, tau_beta  in the shapes of the smaller model
+int32 regress_statuses_without(mlworkspace& work, int32 of_start, int32 of_moves,
+                               array<double, 4>& delta_beta, array<double, 6>& tau_beta,
+                               error_type& err);
+
 /// Sets delta.now and tau.now, where they are regressed, to their averages over the cases: weighted
 /// by the expected cases in the class, and in the origin status.
 void average_status_probabilities(mlworkspace& work);

@@ -26,24 +26,10 @@ scaled_design scale_covariates(const mlworkspace& work, int32 columns) {
   design.columns = columns;
   for (int32 g = 1; g <= work.data.nstr && columns > 0; ++g) {
     const regression& fit = work.beta.fits[static_cast<std::size_t>(g - 1)];
-    const int32 n = fit.x.n[0];
-    double total = 0.0;
-    for (int32 u = 1; u <= n; ++u) total += fit.weight(u);
-    const std::size_t first = design.mean.size();
-    for (int32 j = 1; j <= columns; ++j) {
-      double mean = 0.0;
-      double squares = 0.0;
-      for (int32 u = 1; u <= n && j > 1; ++u) mean += fit.weight(u) * fit.x(u, j) / total;
-      for (int32 u = 1; u <= n && j > 1; ++u)
-        squares += fit.weight(u) * (fit.x(u, j) - mean) * (fit.x(u, j) - mean) / total;
-      design.mean.push_back(mean);
-      design.scale.push_back(squares > 0.0 ? std::sqrt(squares) : 1.0);
-    }
-    for (int32 u = 1; u <= n; ++u)
-      for (int32 j = 1; j <= columns; ++j) {
-        const std::size_t at = first + static_cast<std::size_t>(j - 1);
-        design.z.push_back((fit.x(u, j) - design.mean[at]) / design.scale[at]);
-      }
+    design.mean.insert(design.mean.end(), fit.mean.begin(), fit.mean.end());
+    design.scale.insert(design.scale.end(), fit.scale.begin(), fit.scale.end());
+    for (int32 u = 1; u <= fit.x.n[0]; ++u)
+      for (int32 j = 1; j <= columns; ++j) design.z.push_back(fit.x(u, j));
   }
   return design;
 }
@@ -55,7 +41,7 @@ class_shares shares_of(const mlworkspace& work, int32 g) {
     const auto at = static_cast<std::size_t>(g - 1);
     const regression& fit = work.beta.fits[at];
     for (std::size_t c = 0; c < nc && fit.binary > 0; ++c)
-      if (!fit.absent[c]) shares.pi[c] = work.beta.shares[at][c];
+      if (!fit.absent[c]) shares.pi[c] = work.beta.rows[at].shares[c];
     return shares;
   }
   shares.total = 0.0;

@@ -26,7 +26,7 @@ struct scaled_design {
   std::vector<double> mean, scale;  ///< by stratum, `columns` apart; 0 and 1 for the intercept
 };
 
-/// Centres and scales by each stratum's weighted mean and deviation. \throws std::bad_alloc
+/// As the regressions have them, row by row. \throws std::bad_alloc
 scaled_design scale_covariates(const mlworkspace& work, int32 columns);
 
 /// Shares of the classes among those that the share logits of a stratum divide; 0 elsewhere.

@@ -6,6 +6,7 @@
 
 #include "core/dynamic_allocation.hpp"
 #include "estimation/derivatives.hpp"
+#include "estimation/flat_directions.hpp"
 #include "estimation/jacobians.hpp"
 #include "estimation/sandwich.hpp"
 #include "estimation/standard_error_form.hpp"
@@ -20,7 +21,7 @@ using matrix_methods::all_finite;
 
 /// The results of one run, kept apart until all of them exist.
 struct errors_found {
-  array<double, 2> std_gamma, std_gamma_model, cov_b, cov_b_model;
+  array<double, 2> std_gamma, std_gamma_model, cov_b, cov_b_held, cov_b_model;
   array<double, 4> std_rho;
   array<double, 3> std_beta;
 };
@@ -64,7 +65,7 @@ class standard_error_run {
       return refuse("Unexpected error while applying restrictions to the information matrix.");
     // Without covariates a table has no room for more parameters than cells, whatever its pivots.
     if ((!work_.beta.active && result.apparent_df < 0) ||
-        invert_information(map_, information_matrix, inverse_, err_) != 0)
+        invert_information(work_, map_, information_matrix, inverse_, err_) != 0)
       return refuse("Error in inverting information matrix.");
     if (build_sandwich(derivs) != 0) return -1;
     errors_found found;
@@ -73,6 +74,8 @@ class standard_error_run {
     if (!all_finite(found.std_gamma) || !all_finite(found.std_gamma_model) ||
         !all_finite(found.std_rho) || !all_finite(found.cov_b))
       return refuse("Unexpected error in calculating standard errors");
+    found.cov_b_held = found.cov_b;
+    leave_out_runaways(found);
     const double deff = design_effect(derivs);
     store(found, deff, result);
     return nullify_derivatives(derivs, err_);
@@ -197,6 +200,21 @@ class standard_error_run {
         }
   }
 
+  /// Coefficients without a finite estimate have no variance either.
+  void leave_out_runaways(errors_found& found) const {
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    int32 k = 0;
+    for (int32 g = 1; g <= map_.nstr && map_.columns > 0; ++g)
+      for (const int32 c : map_.slope_class)
+        for (int32 q = 1; q <= map_.columns; ++q) {
+          ++k;
+          if (!is_runaway(work_.beta.rows[static_cast<std::size_t>(g - 1)], q, c)) continue;
+          found.std_beta(q, c, g) = nan;
+          for (int32 other = 1; other <= found.cov_b.n[0]; ++other)
+            found.cov_b(k, other) = found.cov_b(other, k) = nan;
+        }
+  }
+
   /// NaN without clusters.
   double design_effect(const derivatives& derivs) {
     double with = 0.0;
@@ -217,6 +235,7 @@ class standard_error_run {
     result.std_rho = std::move(found.std_rho);
     result.std_beta = std::move(found.std_beta);
     result.cov_b = std::move(found.cov_b);
+    result.cov_b_held = std::move(found.cov_b_held);
     result.cov_b_model = std::move(found.cov_b_model);
     result.n_boundary = map_.boundary;
     result.has_deff = std::isfinite(deff);

@@ -420,7 +420,11 @@ TEST(LcaCovariates, FailuresNameTheirCause) {
          p.gamma = {0.7, 0.3};
        },
        "Fixed (nonzero) gamma parameter restrictions are not allowed", 0},
-      {"no convergence without covariates", [](auto& p) { p.max_iter = 2; },
+      {"no convergence without covariates",
+       [](auto& p) {
+         p.max_iter = 2;
+         p.beta_prior = 1.0;
+       },
        "No-covariates model for stabilization did not converge\r\nafter 2 iterations.", 0},
   };
   for (const auto& t : cases) {

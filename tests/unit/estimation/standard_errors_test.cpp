@@ -127,8 +127,8 @@ TEST(RaoScott, TheFactorDoesNotDependOnUnits) {
         for (int32 j = 1; j <= 2 * tested; ++j)
           result.cov_b_model(i, j) =
               (i == j ? 0.4 : 0.1) * (i % 2 == 0 ? unit : 1.0) * (j % 2 == 0 ? unit : 1.0);
-      result.cov_b = result.cov_b_model;
-      for (double& value : result.cov_b.flat) value *= 1.5;
+      result.cov_b_held = result.cov_b_model;
+      for (double& value : result.cov_b_held.flat) value *= 1.5;
       EXPECT_NEAR(rao_scott_factor(work, result, 1), 1.5, 1e-12) << unit << ' ' << tested;
     }
 }
