@@ -281,8 +281,8 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlca(
     double* deff,
     /* 57 out: log-likelihood at the estimates */
     double* loglik,
-    /* 58 out: 0; 1 more when the number of cells exceeds 32 bits, 1 more when the saturated model
-       could not be computed */
+    /* 58 out: 0; 1 when the number of cells exceeds 32 bits, 2 when the saturated model could not
+       be computed */
     int32_t* overflow_count,
     /* 59 out: degrees of freedom of G2: cells of the complete table less the strata and the
        estimated parameters */
@@ -490,8 +490,8 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlta(
     int32_t* run_info,
     /* 54 out: log-likelihood at the estimates */
     double* loglik,
-    /* 55 out: 0; 1 more when the number of cells exceeds 32 bits, 1 more when the saturated model
-       could not be computed */
+    /* 55 out: 0; 1 when the number of cells exceeds 32 bits, 2 when the saturated model could not
+       be computed */
     int32_t* overflow_count,
     /* 56 out: degrees of freedom of G2: cells of the complete table less the strata and the
        estimated parameters */

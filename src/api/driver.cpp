@@ -72,6 +72,11 @@ int32 refuse_cancelled(driver_run& run) {
   return refuse(run, {text("The run was cancelled by the host.")});
 }
 
+void note(driver_run& run, const error_type& report) {
+  add_lines(report, run.notes);
+  run.message.write(run.notes);
+}
+
 int32 fit_starts(const start_search& search, driver_run& run) {
   run.best = run_starts(search, run.starts, run.err);
   if (run.progress.cancelled()) return refuse_cancelled(run);

@@ -26,6 +26,7 @@ struct driver_run {
   host_message message;
   run_progress progress;
   error_type err;
+  error_type notes;  ///< what went wrong without ending the run
   dataset_type dataset;
   model_type model;
   param_type param;
@@ -41,6 +42,9 @@ struct driver_run {
 inline int32 refuse(driver_run& run, std::initializer_list<text_lines> lines) {
   return fail(run.err, run.here, lines);
 }
+
+/// Writes a report that does not end the run into the message text, below the notes before it.
+void note(driver_run& run, const error_type& report);
 
 /// A work array of the run: `fill` allocates it, and running out of memory names it ("runlca:
 /// cov2").

@@ -28,7 +28,7 @@ int32 build(lca_run& run, built_results& built) {
   if (call.want_post && call.post_cls &&
       estimation::get_post_cls(best.result, built.post_cls, run.err) != 0)
     return -1;
-  if (call.response_patterns &&
+  if (call.response_patterns && !best.result.pattern_row.empty() &&
       estimation::get_response_pattern_mat(best.result, built.patterns, run.err) != 0)
     return -1;
   if (call.clusters && dataset::get_cluster_information(run.dataset, built.clusters, run.err) != 0)

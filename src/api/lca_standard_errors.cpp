@@ -89,11 +89,11 @@ void standard_errors(lca_run& run) {
   clear_results(run.call);
   try {  // the estimates have been handed back and stay, whatever happens here
     try {
-      if (compute(run) != 0) run.message.write(run.err);
+      if (compute(run) != 0) note(run, run.err);
     } catch (const std::exception&) {
       error_type err;
       fail(err, run.here, error_code::allocation);
-      run.message.write(err);
+      note(run, err);
     }
   } catch (...) {  // not even room for the report
   }

@@ -45,7 +45,7 @@ int32 build(lta_run& run, built_results& built) {
       param::get_delta_beta(best.param, built.delta_beta, run.err) != 0 ||
       param::get_tau_beta(best.param, built.tau_beta, run.err) != 0)
     return -1;
-  if (call.response_patterns &&
+  if (call.response_patterns && !best.result.pattern_row.empty() &&
       estimation::get_response_pattern_mat(best.result, built.patterns, run.err) != 0)
     return -1;
   return build_posteriors(run, built);

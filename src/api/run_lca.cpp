@@ -87,7 +87,8 @@ int32 search_starts(lca_run& run) {
 
 int32 compute_statistics(lca_run& run) {
   mlresult_type& result = run.best->result;
-  if (estimation::run_compute_fit_stats(run.best->work, result, run.err) != 0) return -1;
+  error_type report;
+  if (estimation::run_compute_fit_stats(run.best->work, result, report) != 0) note(run, report);
   const bool cells_fit = result.overflow_count == 0;
   double& g2_tail = run.fit_extra[1];
   double& cat_tail = run.fit_extra[5];

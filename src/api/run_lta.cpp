@@ -97,7 +97,8 @@ double relative_status_entropy(const mlworkspace& work, double raw) {
 int32 compute_statistics(lta_run& run) {
   mlresult_type& result = run.best->result;
   const mlworkspace& work = run.best->work;
-  if (estimation::run_compute_fit_stats(run.best->work, result, run.err) != 0) return -1;
+  error_type report;
+  if (estimation::run_compute_fit_stats(run.best->work, result, report) != 0) note(run, report);
   double& g2_tail = run.fit_extra[1];
   double& cat_tail = run.fit_extra[5];
   run.fit_extra[0] = result.X2;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <new>
 #include <numeric>
 
 #include "core/dynamic_allocation.hpp"
@@ -140,7 +141,8 @@ struct saturated_sums {
   double separate = 0.0;  ///< of free probabilities for every missingness pattern
   double x2 = 0.0, df = 0.0, shortfall = 0.0;
   int32 passes = 0, unfinished = 0;
-  bool overflow = false;
+  bool overflow = false;  ///< a saturated model is out of reach
+  bool failed = false;    ///< for a reason that was reported
 };
 
 double multinomial_loglik(const std::vector<double>& counts, double total) {
@@ -199,20 +201,20 @@ int32 compare_with_model(const mlworkspace& work, const std::vector<int32>& rows
   return 0;
 }
 
-/// Fits the saturated model of one stratum with missing responses.
-int32 fit_saturated(const mlworkspace& work, mdinfo_type& mdinfo, saturated_sums& sums,
-                    error_type& err) {
+/// Fits the saturated model of one stratum with missing responses; without it there is none of the
+/// data.
+void fit_saturated(const mlworkspace& work, mdinfo_type& mdinfo, saturated_sums& sums,
+                   error_type& err) {
   int32 passes = 0;
-  if (md_catmod(work, mdinfo, 0.01 * work.em.criterion, passes, err) != 0)
-    return fail(err, here, {text("Could not fit the CAT model.")});
-  sums.overflow = sums.overflow || mdinfo.overflow;
-  if (mdinfo.overflow) return 0;
+  sums.failed = md_catmod(work, mdinfo, 0.01 * work.em.criterion, passes, err) != 0;
+  if (sums.failed) fail(err, here, {text("Could not fit the CAT model.")});
+  sums.overflow = sums.failed || mdinfo.overflow;
+  if (sums.overflow) return;
   sums.passes += passes;
   sums.unfinished += mdinfo.fit.converged ? 0 : 1;
   sums.shortfall += mdinfo.fit.shortfall;
   sums.loglik += mdinfo.fit.loglik;
   sums.df += missingness_df(mdinfo);
-  return 0;
 }
 
 int32 add_incomplete_stratum(const mlworkspace& work, int32 stratum, mlresult_type& result,
@@ -221,7 +223,7 @@ int32 add_incomplete_stratum(const mlworkspace& work, int32 stratum, mlresult_ty
   if (md_preliminaries(work, mdinfo, err, stratum) != 0)
     return fail(err, here, {text("Could not initialize arrays for CAT model.")});
   if (compare_with_model(work, mdinfo.rows, mdinfo, sums, err) != 0) return -1;
-  if (!sums.overflow && fit_saturated(work, mdinfo, sums, err) != 0) return -1;
+  if (!sums.overflow) fit_saturated(work, mdinfo, sums, err);
   const auto append = [](const auto& from, auto& to) {
     to.insert(to.end(), from.begin(), from.end());
   };
@@ -238,7 +240,7 @@ void fill_saturated(const saturated_sums& sums, bool missing, mlresult_type& res
   result.cat_loglik = result.cat_g2 = result.cat_shortfall = 0.0;
   result.cat_df = result.cat_passes = result.cat_unfinished = 0;
   if (sums.overflow) {
-    ++result.overflow_count;
+    result.overflow_count = 2;
   } else {
     result.cat_loglik = sums.loglik;
     result.cat_passes = sums.passes;
@@ -255,6 +257,25 @@ void fill_saturated(const saturated_sums& sums, bool missing, mlresult_type& res
     }
   }
   result.X2 = result.overflow_count == 0 ? sums.x2 : nan;
+}
+
+/// Patterns, their counts and the saturated model, stratum by stratum.
+int32 add_strata(const mlworkspace& work, mlresult_type& result, saturated_sums& sums,
+                 error_type& err) {
+  const auto add_stratum = work.data.missing ? add_incomplete_stratum : add_complete_stratum;
+  try {
+    for (int32 g = 1; g <= work.data.nstr; ++g)
+      if (add_stratum(work, g, result, sums, err) != 0) return -1;
+  } catch (const std::bad_alloc&) {
+    return fail(err, here, error_code::allocation);
+  }
+  return sums.failed ? -1 : 0;
+}
+
+void forget_patterns(mlresult_type& result) {
+  result.pattern_row.clear();
+  result.observed.clear();
+  result.expected.clear();
 }
 
 /// Classification entropy of the posteriors, each row counted `times(row)` times.
@@ -323,19 +344,19 @@ void set_apparent_df(const mlworkspace& work, mlresult_type& result) {
 }
 
 int32 run_compute_fit_stats(mlworkspace& work, mlresult_type& result, error_type& err) {
-  result.pattern_row.clear();
-  result.observed.clear();
-  result.expected.clear();
+  forget_patterns(result);
   saturated_sums sums;
-  const auto add_stratum = work.data.missing ? add_incomplete_stratum : add_complete_stratum;
-  for (int32 g = 1; g <= work.data.nstr; ++g)
-    if (add_stratum(work, g, result, sums, err) != 0) return -1;
+  const int32 status = add_strata(work, result, sums, err);
+  if (status != 0 && !sums.failed) {  // some strata are not there
+    sums.overflow = true;
+    forget_patterns(result);
+  }
   fill_saturated(sums, work.data.missing, result);
   result.G2 = -2.0 * (result.loglik - result.cat_loglik);
   fill_criteria(work.data.total_weight, result);
   fill_entropy(work, result);
   result.has_fit_stats = true;
-  return 0;
+  return status;
 }
 
 }  // namespace tolvenra::estimation

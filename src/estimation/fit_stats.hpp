@@ -27,13 +27,15 @@ std::vector<double> expected_counts(const mlworkspace& work, const std::vector<i
 ///  - Saturated model, complete data: sum of n log(n / N_g) over the patterns; with missing
 ///  responses
 ///    it is fitted (saturated.hpp), and cat_g2 on cat_df tests "missing completely at random". A
-///    table too large to fit leaves cat_loglik, cat_g2 and cat_df at 0 and counts as an overflow.
+///    saturated model that cannot be had leaves cat_loglik, cat_g2 and cat_df at 0 and
+///    overflow_count at 2; G2 is then -2 * loglik.
 ///  - X2: sum of (observed - expected)^2 / expected over the observed patterns, and within each
 ///    missingness pattern N_m less the expected counts, which is the exact contribution of the
 ///    cells that nobody shows. With missing responses its degrees of freedom are apparent_df +
 ///    cat_df.
 /// Source: Goodman (1974), Biometrika 61, 215-231; Fuchs (1982), JASA 77, 270-278; Celeux &
 /// Soromenho (1996), J. Classification 13, 195-212 (entropy).
+/// \return 0, or -1 with a report of what could not be computed; all else is filled even then.
 int32 run_compute_fit_stats(mlworkspace& work, mlresult_type& result, error_type& err);
 
 }  // namespace tolvenra::estimation

@@ -14,14 +14,14 @@ namespace tolvenra {
 /// Large tables stay with the distinct rows; the getters build the arrays by case or by pattern.
 struct mlresult_type {
   bool filled = false;         ///< the EM run ended with estimates
-  bool has_fit_stats = false;  ///< run_compute_fit_stats succeeded
+  bool has_fit_stats = false;  ///< run_compute_fit_stats has run
   int32 iter = 0;
   double max_abs_diff = 0.0, mean_abs_diff = 0.0;
   bool converged = false;
   double loglik = 0.0;  ///< natural log, weighted, no prior density
   std::vector<double> llvec, madvec;
   double cat_loglik = 0.0, cat_g2 = 0.0;
-  int32 overflow_count = 0;  ///< cell number beyond 32 bits, saturated model not computable
+  int32 overflow_count = 0;  ///< 1 cell number beyond 32 bits, 2 saturated model not computable
   int32 cat_df = 0;
   int32 cat_passes = 0;        ///< of the saturated model, summed over strata
   int32 cat_unfinished = 0;    ///< strata whose passes ended at their limit

@@ -146,18 +146,23 @@ class cell_em {
   }
 
   /// Upwards Newton's step never passes the maximum; downwards it may, and is halved until it
-  /// gains.
+  /// gains. No pattern falls below its share of the cases: at the maximum along a class none of its
+  /// patterns is below, and a class may hold all that a rare pattern has.
   [[nodiscard]] double newton_step(std::size_t k, double mass) const {
     const auto list = patterns_of(classes_, k);
     double slope = -total_;
     double curvature = 0.0;
+    double lowest = -mass;
     for (const int32 p : list) {
       const double probability = probability_[static_cast<std::size_t>(p)];
-      const double weight = count_[static_cast<std::size_t>(p)] / probability;
+      const double count = count_[static_cast<std::size_t>(p)];
+      const double weight = count / probability;
       slope += weight;
       curvature += weight / probability;
+      lowest = std::max(lowest, count / total_ - probability);
     }
-    double step = std::max(slope / curvature, -mass);
+    double step =
+        slope < 0.0 ? std::max(slope / curvature, std::min(lowest, 0.0)) : slope / curvature;
     for (int32 halvings = 0; step < 0.0; ++halvings, step /= 2.0) {
       if (halvings == 20) return 0.0;
       double gain = -total_ * step;
