@@ -1,10 +1,12 @@
-// The saturated model of incomplete responses: one-class runs through the driver, whose time is
-// almost all that of the saturated model. Counters: distinct patterns, passes, strata that ended at
-// the limit of passes, and the bound on what the log-likelihood lacks.
+// Fit statistics on one thread. The saturated model of incomplete responses: one-class runs through
+// the driver, whose time is almost all that of the saturated model. Counters: distinct patterns,
+// passes, strata that ended at the limit of passes, and the bound on what the log-likelihood lacks.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <cmath>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -74,6 +76,7 @@ void run(benchmark::State& state, const incomplete_data& data) {
   call.seed = 17;
   call.criterion = 1e-6;
   call.max_iter = 5000;
+  call.max_threads = 1;
   call.run_info = info.data();
   call.response_patterns = patterns.data();
   call.fit_extra = extra.data();
@@ -114,10 +117,71 @@ void hundred_binary_half_missing(benchmark::State& state) {
   run(state, draw(1000, std::vector<std::int32_t>(100, 2), 0.5));
 }
 
+void eighteen_binary_half_missing(benchmark::State& state) {
+  run(state, draw(1000, std::vector<std::int32_t>(18, 2), 0.5));
+}
+void twenty_binary_third_missing(benchmark::State& state) {
+  run(state, draw(10000, std::vector<std::int32_t>(20, 2), 0.3));
+}
+
+/// Expected counts of a transition model whose start and moves have a covariate with a value of its
+/// own for every case: the time of a run less that of the same run without them.
+void expected_under_covariates(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const int nt = static_cast<int>(state.range(1));
+  const int ns = static_cast<int>(state.range(2));
+  const incomplete_data data =
+      draw(n, std::vector<std::int32_t>(static_cast<std::size_t>(4 * nt), 2), 0.0);
+  const std::vector<std::int32_t> nrs(4, 2);
+  std::vector<double> cov(static_cast<std::size_t>(n) * static_cast<std::size_t>(nt));
+  for (std::size_t i = 0; i < cov.size(); ++i)
+    cov[i] = std::fmod(0.6180339887 * static_cast<double>(i), 1.0);
+  std::vector<double> counts(static_cast<std::size_t>(2 * n));
+  std::string message(400, ' ');
+  api::lta_call call{};
+  call.ni = 4;
+  call.nrs = nrs.data();
+  call.nrsmax = 2;
+  call.nt = nt;
+  call.nkase = n;
+  call.nstr = 1;
+  call.y = data.y.data();
+  call.ns = ns;
+  call.ncov_delta = call.ncov_tau = 1;
+  call.cov = cov.data();
+  call.prior_strength = 1.0;
+  call.big_rho_equal_time = 1;
+  call.random_starts = 1;
+  call.seed = 17;
+  call.criterion = 0.1;
+  call.max_iter = 5000;
+  call.max_threads = 1;
+  call.msg_len = static_cast<std::int32_t>(message.size());
+  call.message = message.data();
+  const auto seconds = [&](double* pattern_counts) {
+    call.pattern_counts = pattern_counts;
+    const auto begin = std::chrono::steady_clock::now();
+    if (api::guarded_run_lta(call) != 0) throw std::runtime_error(message);
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  };
+  for (auto _ : state)
+    state.SetIterationTime(std::max(seconds(counts.data()) - seconds(nullptr), 0.0));
+  state.counters["left_out"] = std::isnan(counts[static_cast<std::size_t>(n)]) ? 1 : 0;
+}
+
 BENCHMARK(two_times)->Unit(benchmark::kMillisecond);
 BENCHMARK(fifteen_items)->Arg(500)->Arg(1000)->Arg(5000)->Unit(benchmark::kMillisecond);
 BENCHMARK(thirty_binary)->Arg(2000)->Arg(20000)->Arg(200000)->Unit(benchmark::kMillisecond);
 BENCHMARK(ten_ternary_quarter_missing)->Unit(benchmark::kMillisecond);
 BENCHMARK(hundred_binary_half_missing)->Unit(benchmark::kMillisecond);
+BENCHMARK(eighteen_binary_half_missing)->Unit(benchmark::kMillisecond);
+BENCHMARK(twenty_binary_third_missing)->Unit(benchmark::kMillisecond);
+/// Arguments: cases, times, statuses.
+BENCHMARK(expected_under_covariates)
+    ->Args({4000, 3, 3})
+    ->Args({16000, 3, 3})
+    ->Args({4000, 8, 4})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -35,6 +35,9 @@ std::string duration(double seconds) {
 }  // namespace
 
 std::string progress_line(const tolvenra_progress& record, double seconds) {
+  if (record.stage == 3) return fmt::format("covariate {} of {}", record.start, record.nstarts);
+  if (record.stage == 4) return "standard errors";
+  if (record.stage == 5) return fmt::format("fit statistics, step {}", record.iteration);
   if (record.nstarts <= 1)
     return fmt::format("iteration {}, log-likelihood {:.4f}, largest change {:.1e}",
                        record.iteration, record.loglik, record.max_abs_diff);

@@ -27,8 +27,8 @@
  *   12: whether the host cancelled the run, 1 or 0
  *   13: number of free parameters: distinct free values less the rank of their sum constraints
  *   14: iterations of the run without covariates that feeds the stabilising priors
- *   15: strata whose saturated model ended at the limit of passes (1000, fewer for huge tables);
- *       fit_extra says how far from its maximum at most
+ *   15: strata whose saturated model ended at the limit of passes (1000, fewer once the run has
+ *       done 2^31 visits of cells by patterns); fit_extra says how far from its maximum at most
  *   16: regression coefficients without a finite estimate: the likelihood goes on rising, by next
  *       to nothing, as they grow
  *
@@ -54,7 +54,7 @@
  *    8: bound on how far cat_loglik may lie below its maximum (missing responses)
  *
  * fit_extra of runlta:
- *    1: Pearson's X-squared, NaN on overflow
+ *    1: Pearson's X-squared, NaN on overflow and where expected counts are (pattern_counts)
  *    2: upper tail probability of G2 on apparent_df
  *    3: consistent AIC
  *    4: sample-size adjusted BIC
@@ -96,13 +96,14 @@ extern "C" {
 typedef struct tolvenra_progress {
   /* sizeof of the record, set by the host: later versions may append members */
   int32_t size;
-  /* 1 run for the stabilising priors, 2 starts, 3 covariate tests, 4 standard errors */
+  /* 1 run for the stabilising priors, 2 starts, 3 covariate tests, 4 standard errors, 5 fit
+     statistics (before stages 3 and 4) */
   int32_t stage;
-  /* start that is being fitted */
+  /* start that is being fitted; in stage 3 the covariate, in stages 4 and 5 the chosen start */
   int32_t start;
-  /* number of starts */
+  /* number of starts; in stage 3 of covariates */
   int32_t nstarts;
-  /* iteration of that start */
+  /* iteration of that start; in stage 5 a count of steps */
   int32_t iteration;
   /* most iterations of a start */
   int32_t max_iter;
@@ -110,9 +111,9 @@ typedef struct tolvenra_progress {
   double loglik;
   /* its last largest change of a parameter */
   double max_abs_diff;
-  /* best log-likelihood of the finished starts */
+  /* best log-likelihood of the finished starts; stays in stages 3 to 5 */
   double best_loglik;
-  /* number of finished starts */
+  /* number of finished starts; stays in stages 3 to 5 */
   int32_t starts_done;
   /* always 0 */
   int32_t reserved;
@@ -121,7 +122,8 @@ typedef struct tolvenra_progress {
   int32_t (*notify)(struct tolvenra_progress*);
   /* for the host alone */
   void* user;
-  /* the host may set it from any thread: other than 0 cancels the run */
+  /* the host may set it from any thread: other than 0 cancels the run; once a fit is completed the
+     run returns 0 and what it has, the rest NaN or -1 */
   volatile int32_t cancel;
 } tolvenra_progress;
 
@@ -440,7 +442,8 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlta(
        responses, 0 where missing; the first run_info(5) rows are written */
     int32_t* response_patterns,
     /* 33 out (nkase, 2): observed and expected count of each response pattern, in the rows of
-       response_patterns */
+       response_patterns; expected counts are NaN where covariates of the transitions meet very many
+       sequences of statuses and cases */
     double* pattern_counts,
     /* 34 in: number of starts; NULL: 1 */
     const int32_t* nstarts,

@@ -77,6 +77,24 @@ void note(driver_run& run, const error_type& report) {
   run.message.write(run.notes);
 }
 
+void compute_fit_stats(estimation::fit_stats_controls controls, driver_run& run) {
+  run.progress.begin_stage(run_stage::fit_statistics, static_cast<int32>(run.starts.size()));
+  run_progress::fit_view view{&run.progress, run.best->number, true};
+  controls.watch = view.watch();
+  error_type report;
+  if (estimation::run_compute_fit_stats(run.best->work, run.best->result, report, controls) != 0)
+    note(run, report);
+}
+
+void leave_out_tests(std::size_t tests, driver_run& run) {
+  refuse_cancelled(run);
+  note(run, run.err);
+  err_reset(run.err);
+  run.test_stat.assign(tests, std::numeric_limits<double>::quiet_NaN());
+  run.test_p = run.test_stat;
+  run.test_status.assign(tests, -1);
+}
+
 int32 fit_starts(const start_search& search, driver_run& run) {
   run.best = run_starts(search, run.starts, run.err);
   if (run.progress.cancelled()) return refuse_cancelled(run);

@@ -15,6 +15,7 @@
 #include "core/array.hpp"
 #include "core/dynamic_allocation.hpp"
 #include "core/error_handler.hpp"
+#include "estimation/fit_stats.hpp"
 
 namespace tolvenra::api {
 
@@ -61,6 +62,14 @@ int32 refuse_empty_strata(driver_run& run, bool strata_given);
 
 /// The host cancelled: nothing else is reported. \return -1
 int32 refuse_cancelled(driver_run& run);
+
+/// Fit statistics of the chosen start, as far as the host wants them and lets them be computed;
+/// what they lack is told in the message text.
+void compute_fit_stats(estimation::fit_stats_controls controls, driver_run& run);
+
+/// The host cancelled after the fit: its text joins the message, and the covariate tests, if there
+/// are any, have no result.
+void leave_out_tests(std::size_t tests, driver_run& run);
 
 /// Fits the starts and keeps the best; a failed start leaves its report in the message text.
 /// \return 0, or -1 when none could be fitted or the host cancelled
@@ -112,6 +121,16 @@ void copy_out_common(const mlresult_type& result, const Call& call) {
   copy_out(result.llvec, call.llvec);
   copy_out(result.madvec, call.madvec);
   copy_out(parameter_counts(result), call.n_params);
+}
+
+/// What of the fit statistics the addresses of a call ask for; more than both calls have is `more`.
+template <class Call>
+estimation::fit_stats_controls wanted_fit_stats(const Call& call, bool more) {
+  estimation::fit_stats_controls wanted;
+  wanted.saturated = more || call.cat_loglik || call.cat_g2 || call.cat_df || call.G2 || call.aic ||
+                     call.bic || call.overflow_count || call.fit_extra;
+  wanted.expected = call.pattern_counts || call.fit_extra;
+  return wanted;
 }
 
 /// Cells of the run information of a completed run.

@@ -75,8 +75,8 @@ int32 hand_back(lca_run& run) {
 }
 
 int32 compute(lca_run& run) {
-  run.progress.begin_stage(run_stage::errors, 1);
-  if (run.progress.announce()) return refuse_cancelled(run);
+  run.progress.begin_stage(run_stage::errors, static_cast<int32>(run.starts.size()));
+  if (run.progress.announce(run.best->work.em)) return refuse_cancelled(run);
   const auto driver = estimation::driver_of(run.best->work);
   if (driver(run.best->work, run.best->result, run.err) != 0) return -1;
   return hand_back(run);
@@ -87,6 +87,7 @@ int32 compute(lca_run& run) {
 void standard_errors(lca_run& run) {
   if (run.call.se_option == 0) return;
   clear_results(run.call);
+  if (run.progress.cancelled()) return;
   try {  // the estimates have been handed back and stay, whatever happens here
     try {
       if (compute(run) != 0) note(run, run.err);

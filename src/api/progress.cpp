@@ -17,6 +17,7 @@ run_progress::run_progress(tolvenra_progress* record) : record_(record), best_lo
 void run_progress::begin_stage(run_stage stage, int32 nstarts) {
   stage_ = stage;
   nstarts_ = nstarts;
+  if (stage != run_stage::stabilising && stage != run_stage::starts) return;
   starts_done_ = 0;
   best_loglik_ = nothing_yet;
 }
@@ -30,9 +31,9 @@ void run_progress::finish_start(bool fitted, double loglik) {
   ++starts_done_;
 }
 
-bool run_progress::announce() {
+bool run_progress::announce(const em_state& fit) {
   fit_view view{this, 1, true};
-  return on_iteration(&view, em_state{});
+  return on_iteration(&view, fit);
 }
 
 estimation::em_watch run_progress::fit_view::watch() { return {this, &run_progress::on_iteration}; }

@@ -13,18 +13,25 @@
 
 namespace tolvenra::api {
 
-enum class run_stage : int32 { stabilising = 1, starts = 2, covariate_tests = 3, errors = 4 };
+enum class run_stage : int32 {
+  stabilising = 1,
+  starts = 2,
+  covariate_tests = 3,
+  errors = 4,
+  fit_statistics = 5
+};
 
 class run_progress {
  public:
   /// A record smaller than the first published size is ignored.
   explicit run_progress(tolvenra_progress* record);
 
+  /// From the starts on the number of finished ones and the best log-likelihood stay.
   void begin_stage(run_stage stage, int32 nstarts);
   /// A start is done; `loglik` counts for the best one when it was fitted.
   void finish_start(bool fitted, double loglik);
-  /// Tells the host that the stage has begun. \return whether the host wants to stop
-  bool announce();
+  /// Tells the host that a stage after the fit has begun. \return whether the host wants to stop
+  bool announce(const em_state& fit);
   [[nodiscard]] bool cancelled() const { return stop_.load(std::memory_order_relaxed); }
 
   /// What one thread reports while it fits a start; must outlive the fit.

@@ -7,7 +7,6 @@
 #include "api/host_arrays.hpp"
 #include "api/lca_run.hpp"
 #include "core/dynamic_allocation.hpp"
-#include "estimation/fit_stats.hpp"
 #include "numerics/random_generator.hpp"
 
 namespace tolvenra::api {
@@ -87,8 +86,7 @@ int32 search_starts(lca_run& run) {
 
 int32 compute_statistics(lca_run& run) {
   mlresult_type& result = run.best->result;
-  error_type report;
-  if (estimation::run_compute_fit_stats(run.best->work, result, report) != 0) note(run, report);
+  compute_fit_stats(wanted_fit_stats(run.call, run.call.caic || run.call.abic), run);
   const bool cells_fit = result.overflow_count == 0;
   double& g2_tail = run.fit_extra[1];
   double& cat_tail = run.fit_extra[5];
@@ -129,10 +127,21 @@ int32 draw_classes(lca_run& run) {
   return 0;
 }
 
+/// What follows the fit; once the host cancels it is left out.
+int32 tests_and_draws(lca_run& run) {
+  const lca_call& call = run.call;
+  if (!run.progress.cancelled() && test_covariates(run) == 0) return draw_classes(run);
+  if (!run.progress.cancelled()) return -1;
+  leave_out_tests(call.test_stat ? static_cast<std::size_t>(std::max(call.ncov, 0)) : 0, run);
+  if (call.want_draws && call.drawn_class)
+    run.drawn_class.assign(static_cast<std::size_t>(call.nkase), -1);
+  return 0;
+}
+
 int32 run_stages(lca_run& run) {
   if (check_lca_boundary(run) != 0 || seed_starts(run) != 0 || load_data(run) != 0 ||
       load_model(run) != 0 || stabilise(run) != 0 || search_starts(run) != 0 ||
-      compute_statistics(run) != 0 || test_covariates(run) != 0 || draw_classes(run) != 0)
+      compute_statistics(run) != 0 || tests_and_draws(run) != 0)
     return -1;
   if (copy_out_lca(run) != 0) return -1;
   standard_errors(run);

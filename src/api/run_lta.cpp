@@ -6,7 +6,6 @@
 
 #include "api/lta_run.hpp"
 #include "api/status_stabilising.hpp"
-#include "estimation/fit_stats.hpp"
 #include "estimation/row_recursion.hpp"
 
 namespace tolvenra::api {
@@ -97,8 +96,7 @@ double relative_status_entropy(const mlworkspace& work, double raw) {
 int32 compute_statistics(lta_run& run) {
   mlresult_type& result = run.best->result;
   const mlworkspace& work = run.best->work;
-  error_type report;
-  if (estimation::run_compute_fit_stats(run.best->work, result, report) != 0) note(run, report);
+  compute_fit_stats(wanted_fit_stats(run.call, false), run);
   double& g2_tail = run.fit_extra[1];
   double& cat_tail = run.fit_extra[5];
   run.fit_extra[0] = result.X2;
@@ -113,10 +111,20 @@ int32 compute_statistics(lta_run& run) {
   return upper_tail(result.cat_g2, result.cat_df, cat_tail, run.err);
 }
 
+/// Covariate tests; once the host cancels they are left out.
+int32 tests(lta_run& run) {
+  const lta_call& call = run.call;
+  if (!run.progress.cancelled() && test_covariates(run) == 0) return 0;
+  if (!run.progress.cancelled()) return -1;
+  const int32 count = std::max(call.ncov_delta, 0) + std::max(call.ncov_tau, 0);
+  leave_out_tests(call.test_stat ? static_cast<std::size_t>(count) : 0, run);
+  return 0;
+}
+
 int32 run_stages(lta_run& run) {
   if (check_lta_boundary(run) != 0 || seed_starts(run) != 0 || load_data(run) != 0 ||
       load_model(run) != 0 || stabilise(run) != 0 || search_starts(run) != 0 ||
-      compute_statistics(run) != 0 || test_covariates(run) != 0)
+      compute_statistics(run) != 0 || tests(run) != 0)
     return -1;
   return copy_out_lta(run);
 }

@@ -7,9 +7,8 @@
 #include <numeric>
 
 #include "core/dynamic_allocation.hpp"
-#include "core/parallel.hpp"
+#include "estimation/expected_counts.hpp"
 #include "estimation/response_patterns.hpp"
-#include "estimation/row_recursion.hpp"
 #include "estimation/saturated.hpp"
 
 namespace tolvenra::estimation {
@@ -19,109 +18,6 @@ constexpr routine here{"run_compute_fit_stats", "estimation"};
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 std::size_t offset(int32 row) { return static_cast<std::size_t>(row - 1); }
-
-/// Whether a distinct row exists and differs from the row before it in covariates alone.
-bool same_pattern(const distinct_rows& rows, int32 row) {
-  return row <= rows.nrow && rows.shared[offset(row)] == rows.ncol;
-}
-
-/// Class probabilities averaged over the cases that show one of the response patterns.
-std::vector<double> average_prevalence(const mlworkspace& work, const std::vector<int32>& rows,
-                                       double total) {
-  const distinct_rows& data = *work.rows;
-  const class_counts& classes = work.classes;
-  std::vector<double> average(static_cast<std::size_t>(classes.nc), 0.0);
-  for (const int32 first : rows)
-    for (int32 row = first; row == first || same_pattern(data, row); ++row) {
-      const auto u = static_cast<std::size_t>(data.covariates.of_row[offset(row)] - 1);
-      const double* prior = &classes.prior[u * static_cast<std::size_t>(classes.width)];
-      for (std::size_t c = 0; c < average.size(); ++c)
-        average[c] += data.weight[offset(row)] / total * prior[c];
-    }
-  return average;
-}
-
-/// Probability of the responses of a distinct row when the classes have these prevalences.
-double response_probability(const mlworkspace& work, int32 row, int32 stratum,
-                            const std::vector<double>& prevalence) {
-  const class_counts& classes = work.classes;
-  double sum = 0.0;
-  for (std::size_t c = 0; c < prevalence.size(); ++c) {
-    double product = prevalence[c];
-    for (int32 j = 1; j <= work.data.nci; ++j)
-      product *= classes.table[classes.at(j, work.rows->response(row, j), stratum) + c];
-    sum += product;
-  }
-  return sum;
-}
-
-/// Products that expected counts under covariates of the statuses may take.
-constexpr double most_products = 4e9;
-
-/// What tells the probabilities of two cases apart: the covariate pattern (0-based).
-int32 pattern_of(const mlworkspace& work, int32 row) {
-  return work.rows->covariates.of_row[offset(row)] - 1;
-}
-
-/// Share of each covariate pattern among the cases that show one of the response patterns.
-std::vector<double> pattern_shares(const mlworkspace& work, const std::vector<int32>& rows,
-                                   double total) {
-  std::vector<double> share(static_cast<std::size_t>(work.rows->covariates.count), 0.0);
-  for (const int32 first : rows)
-    for (int32 row = first; row == first || same_pattern(*work.rows, row); ++row)
-      share[static_cast<std::size_t>(pattern_of(work, row))] +=
-          work.rows->weight[offset(row)] / total;
-  return share;
-}
-
-/// Probability of a row's responses for the cases of a covariate pattern.
-double status_probability(const mlworkspace& work, row_recursion& recursion, int32 row,
-                          int32 pattern) {
-  const class_counts& classes = work.classes;
-  const int32 g = stratum_of(*work.rows, row);
-  const int32 unit = work.rows->statuses.by_pattern ? pattern : g - 1;
-  const double* prior = classes.prior.empty()
-                            ? &classes.table[classes.prevalence(g)]
-                            : &classes.prior[static_cast<std::size_t>(pattern) *
-                                             static_cast<std::size_t>(classes.width)];
-  double sum = 0.0;
-  for (int32 c = 1; c <= work.latent.nc; ++c) {
-    double product = work.data.nci > 0 ? prior[c - 1] : 1.0;
-    for (int32 j = 1; j <= work.data.nci; ++j)
-      product *= classes.table[classes.at(j, work.rows->response(row, j), g) +
-                               static_cast<std::size_t>(c - 1)];
-    sum += product * recursion.filter(row, c, unit);
-  }
-  return sum;
-}
-
-/// Expected counts when statuses or classes have covariates: the probability of every response
-/// pattern at every covariate pattern of the missingness pattern's cases. Not a number where that
-/// would take too long.
-std::vector<double> expected_under_covariates(const mlworkspace& work,
-                                              const std::vector<int32>& rows, double total) {
-  const auto share = pattern_shares(work, rows, total);
-  std::vector<int32> patterns;
-  for (std::size_t u = 0; u < share.size(); ++u)
-    if (share[u] > 0.0) patterns.push_back(static_cast<int32>(u));
-  std::vector<double> expected(rows.size(), nan);
-  const double products = 1.0 * static_cast<double>(rows.size()) *
-                          static_cast<double>(patterns.size()) * work.data.nt * work.latent.ns *
-                          (work.latent.ns + work.data.ni) * work.latent.nc;
-  if (products > most_products) return expected;
-  const auto blocks = static_cast<int32>(rows.size());
-  std::vector<row_recursion> recursions(
-      static_cast<std::size_t>(parallel::team_for(blocks, work.em.threads)), row_recursion(work));
-  parallel::for_blocks_by_worker(blocks, work.em.threads, [&](int32 b, int32 worker) {
-    row_recursion& recursion = recursions[static_cast<std::size_t>(worker)];
-    double p = 0.0;
-    for (const int32 pattern : patterns)
-      p += share[static_cast<std::size_t>(pattern)] *
-           status_probability(work, recursion, rows[static_cast<std::size_t>(b)], pattern);
-    expected[static_cast<std::size_t>(b)] = total * p;
-  });
-  return expected;
-}
 
 /// Pearson's contribution of one missingness pattern, its unobserved cells among them.
 double pearson(const std::vector<double>& observed, const std::vector<double>& expected) {
@@ -134,6 +30,20 @@ double pearson(const std::vector<double>& observed, const std::vector<double>& e
   }
   return x2 + unobserved;
 }
+
+/// What the strata share: the bounds on the work, and the host's wish.
+struct stage {
+  stage(const mlworkspace& work, const fit_stats_controls& controls)
+      : saturated(controls.saturated),
+        watch(controls.watch, work.em),
+        expected(work, controls.expected, watch) {}
+
+  bool saturated;
+  stage_watch watch;
+  expected_counter expected;
+  int64 cell_work = int64{1} << 31;    ///< left for finding classes of cells
+  int64 cell_visits = int64{1} << 31;  ///< left for the passes
+};
 
 /// Sums over the strata.
 struct saturated_sums {
@@ -155,14 +65,14 @@ double sum_of(const std::vector<double>& values) {
   return std::accumulate(values.begin(), values.end(), 0.0);
 }
 
-int32 add_complete_stratum(const mlworkspace& work, int32 stratum, mlresult_type& result,
-                           saturated_sums& sums, error_type& err) {
+int32 add_complete_stratum(const mlworkspace& work, int32 stratum, stage& own,
+                           mlresult_type& result, saturated_sums& sums, error_type& err) {
   stratum_patterns patterns;
   if (aggregate_stratum(work, stratum, patterns, err) != 0)
     return fail(err, here, {text("Could not aggregate the data.")});
   const std::vector<double>& counts = patterns.count.flat;
   const double total = sum_of(counts);
-  const auto expected = expected_counts(work, patterns.row.flat, total);
+  const auto expected = own.expected(patterns.row.flat, total);
   sums.loglik += multinomial_loglik(counts, total);
   sums.x2 += pearson(counts, expected);
   const auto append = [](const auto& from, auto& to) {
@@ -175,7 +85,7 @@ int32 add_complete_stratum(const mlworkspace& work, int32 stratum, mlresult_type
 }
 
 /// Expected counts and X2, missingness pattern by missingness pattern.
-int32 compare_with_model(const mlworkspace& work, const std::vector<int32>& rows,
+int32 compare_with_model(expected_counter& expected_of, const std::vector<int32>& rows,
                          mdinfo_type& mdinfo, saturated_sums& sums, error_type& err) {
   const int32 npatt = mdinfo.ord.n[0];
   if (dynamic_allocation::dbl1_alloc(mdinfo.expected, npatt, err, {},
@@ -192,7 +102,7 @@ int32 compare_with_model(const mlworkspace& work, const std::vector<int32>& rows
       observed.push_back(mdinfo.orig_counts(*at));
     }
     const double total = sum_of(observed);
-    const auto expected = expected_counts(work, members, total);
+    const auto expected = expected_of(members, total);
     sums.separate += multinomial_loglik(observed, total);
     sums.x2 += pearson(observed, expected);
     for (std::size_t i = 0; i < expected.size(); ++i)
@@ -203,13 +113,21 @@ int32 compare_with_model(const mlworkspace& work, const std::vector<int32>& rows
 
 /// Fits the saturated model of one stratum with missing responses; without it there is none of the
 /// data.
-void fit_saturated(const mlworkspace& work, mdinfo_type& mdinfo, saturated_sums& sums,
+void fit_saturated(const mlworkspace& work, stage& own, mdinfo_type& mdinfo, saturated_sums& sums,
                    error_type& err) {
+  const auto stop = [&own] { return own.watch.stop(); };
+  mdinfo.limits.work = own.cell_work;
+  mdinfo.limits.cancelled = mdinfo.controls.cancelled = stop;
+  mdinfo.controls.max_visits = own.cell_visits;
+  mdinfo.controls.threads = work.em.threads;
   int32 passes = 0;
   sums.failed = md_catmod(work, mdinfo, 0.01 * work.em.criterion, passes, err) != 0;
   if (sums.failed) fail(err, here, {text("Could not fit the CAT model.")});
+  if (own.watch.stopped()) return;
   sums.overflow = sums.failed || mdinfo.overflow;
   if (sums.overflow) return;
+  own.cell_work -= mdinfo.classes.work;
+  own.cell_visits -= mdinfo.fit.visits;
   sums.passes += passes;
   sums.unfinished += mdinfo.fit.converged ? 0 : 1;
   sums.shortfall += mdinfo.fit.shortfall;
@@ -217,13 +135,14 @@ void fit_saturated(const mlworkspace& work, mdinfo_type& mdinfo, saturated_sums&
   sums.df += missingness_df(mdinfo);
 }
 
-int32 add_incomplete_stratum(const mlworkspace& work, int32 stratum, mlresult_type& result,
-                             saturated_sums& sums, error_type& err) {
+int32 add_incomplete_stratum(const mlworkspace& work, int32 stratum, stage& own,
+                             mlresult_type& result, saturated_sums& sums, error_type& err) {
   mdinfo_type mdinfo;
   if (md_preliminaries(work, mdinfo, err, stratum) != 0)
     return fail(err, here, {text("Could not initialize arrays for CAT model.")});
-  if (compare_with_model(work, mdinfo.rows, mdinfo, sums, err) != 0) return -1;
-  if (!sums.overflow) fit_saturated(work, mdinfo, sums, err);
+  if (compare_with_model(own.expected, mdinfo.rows, mdinfo, sums, err) != 0) return -1;
+  if (own.saturated && !sums.overflow && !own.watch.stopped())
+    fit_saturated(work, own, mdinfo, sums, err);
   const auto append = [](const auto& from, auto& to) {
     to.insert(to.end(), from.begin(), from.end());
   };
@@ -260,16 +179,22 @@ void fill_saturated(const saturated_sums& sums, bool missing, mlresult_type& res
 }
 
 /// Patterns, their counts and the saturated model, stratum by stratum.
-int32 add_strata(const mlworkspace& work, mlresult_type& result, saturated_sums& sums,
+int32 add_strata(const mlworkspace& work, stage& own, mlresult_type& result, saturated_sums& sums,
                  error_type& err) {
   const auto add_stratum = work.data.missing ? add_incomplete_stratum : add_complete_stratum;
   try {
     for (int32 g = 1; g <= work.data.nstr; ++g)
-      if (add_stratum(work, g, result, sums, err) != 0) return -1;
+      if (add_stratum(work, g, own, result, sums, err) != 0) return -1;
   } catch (const std::bad_alloc&) {
     return fail(err, here, error_code::allocation);
   }
   return sums.failed ? -1 : 0;
+}
+
+/// The host cancelled before the strata were done.
+void mark_unfinished(mlresult_type& result) {
+  result.cat_loglik = result.cat_g2 = result.cat_shortfall = result.X2 = nan;
+  result.cat_df = -1;
 }
 
 void forget_patterns(mlresult_type& result) {
@@ -312,23 +237,6 @@ void fill_entropy(const mlworkspace& work, mlresult_type& result) {
 
 }  // namespace
 
-std::vector<double> expected_counts(const mlworkspace& work, const std::vector<int32>& rows,
-                                    double total) {
-  const bool covariates = work.beta.active || work.delta_beta.active || work.tau_beta.active;
-  if (work.data.ni > 0 && covariates) return expected_under_covariates(work, rows, total);
-  std::vector<double> expected;
-  expected.reserve(rows.size());
-  if (!covariates) {
-    for (const int32 row : rows) expected.push_back(total * work.post.likelihood[offset(row)]);
-    return expected;
-  }
-  const auto prevalence = average_prevalence(work, rows, total);
-  for (const int32 row : rows)
-    expected.push_back(total *
-                       response_probability(work, row, stratum_of(*work.rows, row), prevalence));
-  return expected;
-}
-
 void set_apparent_df(const mlworkspace& work, mlresult_type& result) {
   constexpr double most = std::numeric_limits<int32>::max();
   double cells = 1.0;
@@ -343,15 +251,19 @@ void set_apparent_df(const mlworkspace& work, mlresult_type& result) {
   }
 }
 
-int32 run_compute_fit_stats(mlworkspace& work, mlresult_type& result, error_type& err) {
+int32 run_compute_fit_stats(mlworkspace& work, mlresult_type& result, error_type& err,
+                            const fit_stats_controls& controls) {
   forget_patterns(result);
+  stage own(work, controls);
+  own.watch.stop();
   saturated_sums sums;
-  const int32 status = add_strata(work, result, sums, err);
+  const int32 status = add_strata(work, own, result, sums, err);
   if (status != 0 && !sums.failed) {  // some strata are not there
     sums.overflow = true;
     forget_patterns(result);
   }
   fill_saturated(sums, work.data.missing, result);
+  if (own.watch.stopped()) mark_unfinished(result);
   result.G2 = -2.0 * (result.loglik - result.cat_loglik);
   fill_criteria(work.data.total_weight, result);
   fill_entropy(work, result);

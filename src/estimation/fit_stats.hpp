@@ -3,6 +3,7 @@
 #pragma once
 
 #include "core/error_handler.hpp"
+#include "estimation/em.hpp"
 #include "estimation/mlresult.hpp"
 #include "estimation/mlworkspace.hpp"
 
@@ -12,13 +13,11 @@ namespace tolvenra::estimation {
 /// estimated parameters. Beyond 32 bits it is 2147483647 and counts as an overflow.
 void set_apparent_df(const mlworkspace& work, mlresult_type& result);
 
-/// Expected count under the latent class model of every response pattern of one missingness
-/// pattern: the number of cases that show the missingness pattern times the model's probability of
-/// the responses. Under regressions on covariates the probability is averaged over these cases, so
-/// that missingness may depend on the covariates. \param rows   for each response pattern a
-/// distinct row that shows it; all of one stratum \param total  cases with the missingness pattern
-std::vector<double> expected_counts(const mlworkspace& work, const std::vector<int32>& rows,
-                                    double total);
+struct fit_stats_controls {
+  bool saturated = true;  ///< fit the saturated model of incomplete responses; else cat_loglik is 0
+  bool expected = true;   ///< compute expected counts and X2; else NaN
+  em_watch watch;         ///< shown the fit, with the steps of the statistics as its iteration
+};
 
 /// Fills patterns, X2, G2, the saturated model, the information criteria (on the scale of G2) and
 /// the entropies of a finished run.
@@ -35,7 +34,9 @@ std::vector<double> expected_counts(const mlworkspace& work, const std::vector<i
 ///    cat_df.
 /// Source: Goodman (1974), Biometrika 61, 215-231; Fuchs (1982), JASA 77, 270-278; Celeux &
 /// Soromenho (1996), J. Classification 13, 195-212 (entropy).
+/// Once the host cancels what is not finished is NaN, a count -1.
 /// \return 0, or -1 with a report of what could not be computed; all else is filled even then.
-int32 run_compute_fit_stats(mlworkspace& work, mlresult_type& result, error_type& err);
+int32 run_compute_fit_stats(mlworkspace& work, mlresult_type& result, error_type& err,
+                            const fit_stats_controls& controls = {});
 
 }  // namespace tolvenra::estimation

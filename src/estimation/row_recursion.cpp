@@ -17,14 +17,15 @@ int32 stratum_of(const distinct_rows& rows, int32 row) {
   return static_cast<int32>(end - rows.stratum_start.begin());
 }
 
-row_recursion::row_recursion(const mlworkspace& work)
+row_recursion::row_recursion(const mlworkspace& work, std::size_t paths)
     : work_(work),
       ns_(work.latent.ns),
       nt_(work.data.nt),
       emission_(at(nt_) * at(ns_)),
       forward_(emission_.size()),
       backward_(emission_.size()),
-      scale_(at(nt_)) {}
+      scale_(at(nt_)),
+      paths_(paths) {}
 
 int32 row_recursion::unit_of(int32 row) const {
   return work_.rows->statuses.by_pattern ? work_.rows->covariates.of_row[at(row - 1)] - 1
@@ -50,20 +51,32 @@ void row_recursion::evaluate_waves(int32 row, int32 c) {
   }
 }
 
-double row_recursion::filter(int32 row, int32 c, int32 unit) {
+int32 row_recursion::choose_units(int32 stratum, int32 c, int32 unit) {
   const status_tables& tables = work_.statuses;
   const bool by_pattern = work_.rows->statuses.by_pattern;
-  const int32 stratum = stratum_of(*work_.rows, row) - 1;
-  const int32 delta_unit = by_pattern && tables.delta_by_pattern ? unit : stratum;
-  tau_unit_ = by_pattern && tables.tau_by_pattern ? unit : stratum;
+  tau_unit_ = by_pattern && tables.tau_by_pattern ? unit : stratum - 1;
   class_ = c - 1;
-  evaluate_waves(row, c);
-  const double* delta = &tables.delta[tables.delta_at(delta_unit, class_)];
+  return by_pattern && tables.delta_by_pattern ? unit : stratum - 1;
+}
+
+double row_recursion::filter(int32 row, int32 c, int32 unit) {
+  const status_tables& tables = work_.statuses;
+  const int32 delta_unit = choose_units(stratum_of(*work_.rows, row), c, unit);
+  return filter_from(&tables.delta[tables.delta_at(delta_unit, class_)], row);
+}
+
+double row_recursion::filter_from(const double* initial, int32 row, int32 c) {
+  choose_units(stratum_of(*work_.rows, row), c, 0);
+  return filter_from(initial, row);
+}
+
+double row_recursion::filter_from(const double* initial, int32 row) {
+  evaluate_waves(row, class_ + 1);
   double likelihood = 1.0;
   for (int32 t = 0; t < nt_; ++t) {
     double sum = 0.0;
     for (int32 d = 0; d < ns_; ++d) {
-      double before = t == 0 ? delta[d] : 0.0;
+      double before = t == 0 ? initial[d] : 0.0;
       for (int32 s = 0; s < ns_ && t > 0; ++s)
         before += forward_[cell(t - 1, s)] * transition(t - 1, s, d);
       forward_[cell(t, d)] = before * emission_[cell(t, d)];
@@ -74,6 +87,38 @@ double row_recursion::filter(int32 row, int32 c, int32 unit) {
     likelihood *= sum;
   }
   return likelihood;
+}
+
+void row_recursion::add_paths(int32 stratum, int32 c, int32 unit, double factor,
+                              std::span<double> paths) {
+  const status_tables& tables = work_.statuses;
+  const double* delta = &tables.delta[tables.delta_at(choose_units(stratum, c, unit), class_)];
+  const std::size_t ns = at(ns_);
+  for (std::size_t s = 0; s < ns; ++s) paths_[s] = factor * delta[s];
+  std::size_t size = ns;  // sequences up to this time; from the last on they make room in place
+  for (int32 t = 1; t < nt_; ++t, size *= ns)
+    for (std::size_t path = size; path-- > 0;) {
+      const double until = paths_[path];
+      for (std::size_t d = 0; d < ns; ++d)
+        paths_[path * ns + d] =
+            until * transition(t - 1, static_cast<int32>(path % ns), static_cast<int32>(d));
+    }
+  for (std::size_t path = 0; path < size; ++path) paths[path] += paths_[path];
+}
+
+double row_recursion::sum_over_paths(int32 row, int32 c, std::span<const double> paths) {
+  evaluate_waves(row, c);
+  const std::size_t ns = at(ns_);
+  const double* from = paths.data();
+  std::size_t size = paths.size() / ns;
+  for (int32 t = nt_ - 1; t >= 0; --t, size /= ns, from = paths_.data())
+    for (std::size_t path = 0; path < size; ++path) {
+      double sum = 0.0;
+      for (std::size_t s = 0; s < ns; ++s)
+        sum += from[path * ns + s] * emission_[cell(t, static_cast<int32>(s))];
+      paths_[path] = sum;
+    }
+  return paths_[0];
 }
 
 void row_recursion::smooth() {

@@ -14,7 +14,8 @@ namespace tolvenra::estimation {
 
 class row_recursion {
  public:
-  explicit row_recursion(const mlworkspace& work);
+  /// \param paths  size of what `add_paths` and `sum_over_paths` will be given
+  explicit row_recursion(const mlworkspace& work, std::size_t paths = 0);
 
   /// Unit whose probabilities a row has (0-based): its stratum, or its covariate pattern when
   /// initial statuses or transitions have covariates.
@@ -24,6 +25,9 @@ class row_recursion {
   /// \param unit  see unit_of
   /// \return the likelihood of the row's waves; below the smallest normal number nothing else holds
   double filter(int32 row, int32 c, int32 unit);
+  /// The same from a mixture of units that differ in their initial statuses alone.
+  /// \param initial  (ns) weights of the initial statuses, of any sum
+  double filter_from(const double* initial, int32 row, int32 c);
   /// Probability of status s at time t (0-based) given the responses up to t.
   [[nodiscard]] double filtered(int32 t, int32 s) const { return forward_[cell(t, s)]; }
   /// Transition probability of the filtered row from s to d after time k (all 0-based).
@@ -41,17 +45,26 @@ class row_recursion {
            scale_[static_cast<std::size_t>(k + 1)] * backward_[cell(k + 1, d)];
   }
 
+  /// Adds to `paths` (ns^nt, the last time fastest) `factor` times the probability of every status
+  /// sequence of a unit given class c. \param stratum  of the unit, 1-based
+  void add_paths(int32 stratum, int32 c, int32 unit, double factor, std::span<double> paths);
+  /// Likelihood of a row's waves given class c when the status sequences have these weights.
+  double sum_over_paths(int32 row, int32 c, std::span<const double> paths);
+
  private:
+  /// Unit of the initial probabilities; that of the transitions is kept.
+  int32 choose_units(int32 stratum, int32 c, int32 unit);
   [[nodiscard]] std::size_t cell(int32 t, int32 s) const {
     return static_cast<std::size_t>(t) * static_cast<std::size_t>(ns_) +
            static_cast<std::size_t>(s);
   }
   void evaluate_waves(int32 row, int32 c);
+  double filter_from(const double* initial, int32 row);
 
   const mlworkspace& work_;
   int32 ns_, nt_;
   int32 class_ = 0, tau_unit_ = 0;
-  std::vector<double> emission_, forward_, backward_, scale_;
+  std::vector<double> emission_, forward_, backward_, scale_, paths_;
 };
 
 /// Stratum of a distinct row, both 1-based.

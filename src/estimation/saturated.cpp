@@ -15,10 +15,6 @@ using namespace dynamic_allocation;
 constexpr routine preliminaries{"md_preliminaries", "estimation"};
 constexpr routine catmod{"md_catmod", "estimation"};
 
-constexpr int32 most_passes = 1000;
-/// Bound on pairs of class and pattern times passes, about a minute's work.
-constexpr int64 most_work = int64{1} << 31;
-
 int32 refuse_memory(error_type& err, std::string_view label) {
   err_handle(err, error_code::allocation, {.whichsub = catmod.whichsub(), .msg = label});
   return -1;
@@ -124,11 +120,8 @@ int32 run_passes(mdinfo_type& mdinfo, double criterion, error_type& err) {
   } catch (const std::bad_alloc&) {
     return refuse_memory(err, "md_catmod: c");
   }
-  const auto pairs = static_cast<int64>(mdinfo.classes.pattern.size());
-  cell_fit_controls controls;
+  cell_fit_controls controls = mdinfo.controls;
   controls.criterion = criterion;
-  controls.max_passes =
-      static_cast<int32>(std::clamp<int64>(most_work / std::max<int64>(pairs, 1), 20, most_passes));
   try {
     mdinfo.fit = fit_cells(mdinfo.classes, counts, controls);
   } catch (const std::bad_alloc&) {

@@ -37,7 +37,8 @@ struct mdinfo_type {
   array<double, 1> expected;     ///< (npatt) expected counts under the latent class model
 
   std::vector<int32> rows;  ///< (npatt) a distinct row of the data with each pattern, 1-based
-  estimation::cell_limits limits;  ///< may be set before the fit
+  estimation::cell_limits limits;          ///< may be set before the fit, and so may
+  estimation::cell_fit_controls controls;  ///< all but the criterion
   estimation::cell_classes classes;
   estimation::cell_fit fit;
   bool overflow = false;  ///< the table is beyond the limits: no fit

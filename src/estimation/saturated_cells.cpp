@@ -149,7 +149,9 @@ class cell_map {
 /// \return false when a limit was reached
 bool divide_all(const pattern_lists& lists, const int32* response, int32 levels,
                 const cell_limits& limits, int64& work, cell_map& map, pattern_lists& next) {
+  constexpr int64 between_questions = int64{1} << 24;
   divided_list divided(levels);
+  int64 ask_at = work;
   map.start_item(lists.size(), levels);
   for (std::size_t k = 0; k < lists.size(); ++k) {
     divided.divide(lists.list(k), response);
@@ -164,6 +166,10 @@ bool divide_all(const pattern_lists& lists, const int32* response, int32 levels,
     if (next.pairs() > limits.pairs || static_cast<int64>(next.size()) > limits.classes ||
         work > limits.work)
       return false;
+    if (limits.cancelled && work >= ask_at) {
+      if (limits.cancelled()) return false;
+      ask_at = work + between_questions;
+    }
   }
   map.end_item();
   return true;
@@ -188,6 +194,7 @@ bool find_cell_classes(const array<int32, 2>& y, const array<int32, 1>& levs,
     lists = std::move(next);
   }
   lists.hand_over(classes);
+  classes.work = work;
   if (!all.empty()) classes.class_of = map.take();
   return true;
 }

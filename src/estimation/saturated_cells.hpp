@@ -12,6 +12,7 @@
 /// items and merging, after each, all beginnings of cells that agree with the same patterns.
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "core/array.hpp"
@@ -24,6 +25,7 @@ struct cell_classes {
   std::vector<int32> pattern;   ///< 0-based patterns that agree with each class, ascending
   std::vector<double> cells;    ///< number of cells of each class
   std::vector<int32> class_of;  ///< by cell (first item fastest), -1 unreachable; for small tables
+  int64 work = 0;               ///< pairs visited to find them
 
   [[nodiscard]] std::size_t size() const { return cells.size(); }
 };
@@ -31,9 +33,10 @@ struct cell_classes {
 /// Bounds on memory and time. A pair is a class together with one pattern that agrees with it.
 struct cell_limits {
   int64 classes = int64{1} << 24;
-  int64 pairs = int64{1} << 25;         ///< kept at any time, 4 bytes each
-  int64 work = int64{1} << 31;          ///< pairs visited altogether
-  int64 mapped_cells = int64{1} << 16;  ///< tables up to this size get `class_of`
+  int64 pairs = int64{1} << 25;          ///< kept at any time, 4 bytes each
+  int64 work = int64{1} << 31;           ///< pairs visited altogether
+  int64 mapped_cells = int64{1} << 16;   ///< tables up to this size get `class_of`
+  std::function<bool()> cancelled = {};  ///< asked now and then; ends the search like a limit
 };
 
 /// Finds the classes.

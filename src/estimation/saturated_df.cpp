@@ -1,6 +1,8 @@
 // Degrees of freedom of the test of "missing completely at random".
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <functional>
 #include <limits>
 #include <numeric>
 
@@ -9,29 +11,40 @@
 namespace tolvenra::estimation {
 namespace {
 
-/// Whether missingness pattern m observes every item that l observes.
-bool covers(const array<int32, 2>& r, int32 m, int32 l) {
-  for (int32 j = 1; j <= r.n[1]; ++j)
-    if (r(m, j) < r(l, j)) return false;
-  return true;
-}
-
 /// The missingness patterns whose items no other one observes as well.
-std::vector<int32> maximal(const array<int32, 2>& r) {
-  std::vector<int32> largest;
-  for (int32 l = 1; l <= r.n[0]; ++l) {
-    bool covered = false;
-    for (int32 m = 1; m <= r.n[0] && !covered; ++m) covered = m != l && covers(r, m, l);
-    if (!covered) largest.push_back(l);
-  }
-  return largest;
+std::vector<int32> maximal(const mdinfo_type& mdinfo) {
+  const array<int32, 2>& r = mdinfo.r;
+  const auto groups = static_cast<std::size_t>(r.n[0]);
+  const std::size_t words = (static_cast<std::size_t>(r.n[1]) + 63) / 64;
+  std::vector<std::uint64_t> sets(groups * words, 0);
+  for (std::size_t m = 0; m < groups; ++m)
+    for (std::size_t j = 0; j < static_cast<std::size_t>(r.n[1]); ++j)
+      if (r(static_cast<int32>(m) + 1, static_cast<int32>(j) + 1) == 1)
+        sets[m * words + j / 64] |= std::uint64_t{1} << j % 64;
+  const auto covers = [&](std::size_t m, std::size_t l) {
+    for (std::size_t w = 0; w < words; ++w)
+      if ((sets[l * words + w] & ~sets[m * words + w]) != 0) return false;
+    return true;
+  };
+  std::vector<std::size_t> order(groups);  // only a larger set covers another
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::ranges::stable_sort(order, std::ranges::greater{},
+                           [&](std::size_t m) { return mdinfo.mobs.flat[m]; });
+  std::vector<std::size_t> largest;
+  for (const std::size_t l : order)
+    if (std::ranges::none_of(largest, [&](std::size_t m) { return covers(m, l); }))
+      largest.push_back(l);
+  std::vector<int32> numbers;
+  for (const std::size_t m : largest) numbers.push_back(static_cast<int32>(m) + 1);
+  std::ranges::sort(numbers);
+  return numbers;
 }
 
 }  // namespace
 
 double missingness_df(const mdinfo_type& mdinfo) {
   const array<int32, 2>& r = mdinfo.r;
-  const std::vector<int32> sets = maximal(r);
+  const std::vector<int32> sets = maximal(mdinfo);
   double free = 0.0;
   for (int32 m = 1; m <= r.n[0]; ++m) {
     if (sets.size() == 1 && m == sets[0]) continue;  // its own cells are the common ones

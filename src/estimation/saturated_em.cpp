@@ -4,183 +4,13 @@
 #include <cmath>
 #include <limits>
 #include <numeric>
-#include <span>
+
+#include "estimation/saturated_steps.hpp"
 
 namespace tolvenra::estimation {
 namespace {
 
 using values = std::vector<double>;
-
-/// Classes and patterns that are linked by shared cells, numbered from 0.
-struct block_numbers {
-  std::vector<std::size_t> of_pattern, of_class;
-  std::size_t count = 0;
-};
-
-std::span<const int32> patterns_of(const cell_classes& classes, std::size_t k) {
-  const auto first = static_cast<std::size_t>(classes.start[k]);
-  return {classes.pattern.data() + first, static_cast<std::size_t>(classes.start[k + 1]) - first};
-}
-
-block_numbers find_blocks(const cell_classes& classes, std::size_t npatt) {
-  std::vector<std::size_t> parent(npatt);
-  std::iota(parent.begin(), parent.end(), std::size_t{0});
-  const auto root = [&](std::size_t p) {
-    while (parent[p] != p) p = parent[p] = parent[parent[p]];
-    return p;
-  };
-  for (std::size_t k = 0; k < classes.size(); ++k) {
-    const auto list = patterns_of(classes, k);
-    for (const int32 p : list)
-      parent[root(static_cast<std::size_t>(p))] = root(static_cast<std::size_t>(list[0]));
-  }
-  block_numbers blocks;
-  blocks.of_pattern.resize(npatt);
-  constexpr auto none = std::numeric_limits<std::size_t>::max();
-  std::vector<std::size_t> number(npatt, none);
-  for (std::size_t p = 0; p < npatt; ++p) {
-    std::size_t& of_root = number[root(p)];
-    if (of_root == none) of_root = blocks.count++;
-    blocks.of_pattern[p] = of_root;
-  }
-  for (std::size_t k = 0; k < classes.size(); ++k)
-    blocks.of_class.push_back(
-        blocks.of_pattern[static_cast<std::size_t>(patterns_of(classes, k)[0])]);
-  return blocks;
-}
-
-/// State and steps of one fit.
-class cell_em {
- public:
-  cell_em(const cell_classes& classes, const values& count)
-      : classes_(classes),
-        count_(count),
-        blocks_(find_blocks(classes, count.size())),
-        total_(std::accumulate(count.begin(), count.end(), 0.0)),
-        probability_(count.size()),
-        weight_(count.size()),
-        cases_(blocks_.count, 0.0),
-        loglik_(blocks_.count),
-        steepest_(blocks_.count),
-        sum_(blocks_.count) {
-    for (std::size_t p = 0; p < count.size(); ++p) cases_[blocks_.of_pattern[p]] += count[p];
-  }
-
-  [[nodiscard]] const block_numbers& blocks() const { return blocks_; }
-  [[nodiscard]] double total() const { return total_; }
-  /// What the last E-step found: probabilities of the patterns, log-likelihood of each block,
-  /// bound.
-  [[nodiscard]] const values& probability() const { return probability_; }
-  [[nodiscard]] const values& loglik() const { return loglik_; }
-  [[nodiscard]] double shortfall() const {
-    double sum = 0.0;
-    for (std::size_t b = 0; b < cases_.size(); ++b)
-      sum += cases_[b] * std::max(steepest_[b] / total_ - 1.0, 0.0);
-    return sum;
-  }
-
-  /// One pass: `to` is the M-step's answer to `from`. \return sum of the absolute changes
-  double pass(const values& from, values& to) {
-    estep(from);
-    double change = 0.0;
-    for (std::size_t k = 0; k < from.size(); ++k) {
-      const double mass = from[k] * (derivative(k) / total_);
-      to[k] = mass < smallest_mass ? 0.0 : mass;
-      change += std::abs(to[k] - from[k]);
-    }
-    return change;
-  }
-
-  /// Probabilities of the patterns and everything that follows from them.
-  void estep(const values& mass) {
-    add_up(mass);
-    std::fill(loglik_.begin(), loglik_.end(), 0.0);
-    for (std::size_t p = 0; p < count_.size(); ++p) {
-      loglik_[blocks_.of_pattern[p]] += count_[p] * std::log(probability_[p]);
-      weight_[p] = count_[p] / probability_[p];
-    }
-    std::fill(steepest_.begin(), steepest_.end(), 0.0);
-    for (std::size_t k = 0; k < mass.size(); ++k) {
-      double& steepest = steepest_[blocks_.of_class[k]];
-      steepest = std::max(steepest, derivative(k));
-    }
-  }
-
-  /// A Newton step of every class in turn on the log-likelihood less N times the probabilities,
-  /// whose maximum is that of the log-likelihood alone; then the blocks get their shares back.
-  void sweep(values& mass) {
-    add_up(mass);
-    for (std::size_t k = 0; k < mass.size(); ++k) {
-      const double step = newton_step(k, mass[k]);
-      if (step == 0.0) continue;
-      mass[k] = std::max(mass[k] + step, 0.0);
-      for (const int32 p : patterns_of(classes_, k))
-        probability_[static_cast<std::size_t>(p)] += step;
-    }
-    share_out(mass);
-  }
-
-  /// Scales every block to its share of the cases.
-  void share_out(values& mass) {
-    std::fill(sum_.begin(), sum_.end(), 0.0);
-    for (std::size_t k = 0; k < mass.size(); ++k) sum_[blocks_.of_class[k]] += mass[k];
-    for (std::size_t b = 0; b < sum_.size(); ++b) sum_[b] = cases_[b] / total_ / sum_[b];
-    for (std::size_t k = 0; k < mass.size(); ++k) mass[k] *= sum_[blocks_.of_class[k]];
-  }
-
- private:
-  /// Far below any influence on a sum; keeps vanishing cells out of the denormal numbers.
-  static constexpr double smallest_mass = 1e-200;
-
-  void add_up(const values& mass) {
-    std::fill(probability_.begin(), probability_.end(), 0.0);
-    for (std::size_t k = 0; k < mass.size(); ++k)
-      for (const int32 p : patterns_of(classes_, k))
-        probability_[static_cast<std::size_t>(p)] += mass[k];
-  }
-
-  [[nodiscard]] double derivative(std::size_t k) const {
-    double sum = 0.0;
-    for (const int32 p : patterns_of(classes_, k)) sum += weight_[static_cast<std::size_t>(p)];
-    return sum;
-  }
-
-  /// Upwards Newton's step never passes the maximum; downwards it may, and is halved until it
-  /// gains. No pattern falls below its share of the cases: at the maximum along a class none of its
-  /// patterns is below, and a class may hold all that a rare pattern has.
-  [[nodiscard]] double newton_step(std::size_t k, double mass) const {
-    const auto list = patterns_of(classes_, k);
-    double slope = -total_;
-    double curvature = 0.0;
-    double lowest = -mass;
-    for (const int32 p : list) {
-      const double probability = probability_[static_cast<std::size_t>(p)];
-      const double count = count_[static_cast<std::size_t>(p)];
-      const double weight = count / probability;
-      slope += weight;
-      curvature += weight / probability;
-      lowest = std::max(lowest, count / total_ - probability);
-    }
-    double step =
-        slope < 0.0 ? std::max(slope / curvature, std::min(lowest, 0.0)) : slope / curvature;
-    for (int32 halvings = 0; step < 0.0; ++halvings, step /= 2.0) {
-      if (halvings == 20) return 0.0;
-      double gain = -total_ * step;
-      for (const int32 p : list)
-        gain += count_[static_cast<std::size_t>(p)] *
-                std::log1p(step / probability_[static_cast<std::size_t>(p)]);
-      if (gain >= 0.0) break;
-    }
-    return step;
-  }
-
-  const cell_classes& classes_;
-  const values& count_;
-  block_numbers blocks_;
-  double total_;
-  values probability_, weight_;
-  values cases_, loglik_, steepest_, sum_;  // by block
-};
 
 /// Squared extrapolation of every block from three successive points.
 class extrapolation {
@@ -242,10 +72,9 @@ class extrapolation {
 class pass_loop {
  public:
   pass_loop(const cell_classes& classes, const values& count, const cell_fit_controls& controls)
-      : em_(classes, count),
+      : em_(classes, count, controls.threads),
         controls_(controls),
-        cells_(std::accumulate(classes.cells.begin(), classes.cells.end(), 0.0)),
-        negligible_(std::max(1e-8, 1e-13 * em_.total())) {}
+        cells_(std::accumulate(classes.cells.begin(), classes.cells.end(), 0.0)) {}
 
   cell_fit run(const values& start) {
     values point = start;
@@ -261,16 +90,31 @@ class pass_loop {
   }
 
  private:
-  static constexpr int32 sweeps = 4;  ///< before each pass but the first
+  /// What the log-likelihood may lack at the end: after a second's work less is asked for.
+  [[nodiscard]] double negligible() const {
+    constexpr int64 second = int64{1} << 28;
+    return std::max(em_.visits() < second ? 1e-8 : 1e-5, 1e-13 * em_.total());
+  }
 
-  /// \return whether the passes are over
-  bool step(values& from, values& to) {
-    for (int32 i = 0; i < sweeps && passes_ > 0 && !controls_.plain; ++i) em_.sweep(from);
-    const double change = em_.pass(from, to);
+  /// One pass, and the climb from where it ends. \return whether the passes are over
+  bool step(const values& from, values& to) {
+    double change = em_.pass(from, to);
+    if (!std::isfinite(em_.sum_of_loglik()) && !safe_.empty()) {
+      // Shares of the cases beyond the precision of the sums: the climb lost a pattern.
+      change = em_.pass(safe_, to);
+    }
     ++passes_;
-    converged_ = change / cells_ <= controls_.criterion &&
-                 (controls_.plain || em_.shortfall() <= negligible_);
-    return converged_ || passes_ >= controls_.max_passes;
+    shortfall_ = em_.shortfall();
+    converged_ =
+        change / cells_ <= controls_.criterion && (controls_.plain || shortfall_ <= negligible());
+    cancelled_ = controls_.cancelled && controls_.cancelled();
+    if (converged_ || cancelled_ || passes_ >= controls_.max_passes ||
+        em_.visits() >= controls_.max_visits)
+      return true;
+    if (controls_.plain) return false;
+    safe_ = to;
+    em_.climb(to);
+    return false;
   }
 
   void accelerated(values& point) {
@@ -298,18 +142,22 @@ class pass_loop {
     cell_fit fit;
     fit.mass = std::move(mass);
     fit.probability = em_.probability();
-    fit.loglik = std::accumulate(em_.loglik().begin(), em_.loglik().end(), 0.0);
-    fit.shortfall = em_.shortfall();
+    fit.loglik = em_.sum_of_loglik();
+    fit.shortfall = std::min(em_.shortfall(), shortfall_);  // a pass never loses
     fit.passes = passes_;
+    fit.visits = em_.visits();
     fit.converged = converged_;
+    fit.cancelled = cancelled_;
     return fit;
   }
 
   cell_em em_;
   cell_fit_controls controls_;
-  double cells_, negligible_;
+  double cells_;
+  values safe_;  ///< where the last climb began
+  double shortfall_ = 0.0;
   int32 passes_ = 0;
-  bool converged_ = false;
+  bool converged_ = false, cancelled_ = false;
 };
 
 }  // namespace

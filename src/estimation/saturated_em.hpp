@@ -5,19 +5,19 @@
 /// before the maximum. Three things make up for that:
 ///  - patterns and cells fall into blocks that share no cell. The blocks have known probabilities
 ///    (their share of the cases), so each is a problem of its own;
-///  - between passes every class takes a Newton step by itself, which removes classes of
-///  probability 0
-///    at once, and each block is extrapolated (squared extrapolation), the step being taken only
-///    where the block's log-likelihood rises;
+///  - after each pass the classes that have a probability, or whose derivative says that they
+///    deserve one, take Newton steps one by one. That removes classes of probability 0 at once: few
+///    of millions of classes stay, and sweeps over these are cheap beside a pass. Each block is
+///    extrapolated too (squared extrapolation), where its log-likelihood rises;
 ///  - at any point the maximum of a block of n cases among N is at most n (f/N - 1) above its
-///  present
-///    value, f the largest of the derivatives of its classes. The passes end when one of them
-///    changes the cells by no more than the criterion and this bound is negligible too.
+///    present value, f the largest of the derivatives of its classes. The passes end when one of
+///    them changes the cells by no more than the criterion and this bound is negligible too.
 /// Source: Hartley (1958), Biometrics 14, 174-194; Chen & Fienberg (1974), Biometrics 30, 629-642
 /// (EM); Varadhan & Roland (2008), Scand. J. Statist. 35, 335-353 (extrapolation); Lindsay (1983),
 /// Ann. Statist. 11, 86-94 (the bound).
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "core/types.hpp"
@@ -32,12 +32,17 @@ struct cell_fit {
   double loglik = 0.0;              ///< natural log
   double shortfall = 0.0;           ///< the maximum is at most this far above `loglik`
   int32 passes = 0;                 ///< E-step and M-step each
-  bool converged = false;           ///< false: the limit of passes came first
+  int64 visits = 0;                 ///< of a class by a pattern: the work done
+  bool converged = false;           ///< false: a limit came first
+  bool cancelled = false;           ///< nothing else has a meaning
 };
 
 struct cell_fit_controls {
   double criterion = 1e-8;  ///< mean absolute change of a reachable cell in one plain pass
   int32 max_passes = 1000;
+  int64 max_visits = int64{1} << 31;  ///< of a class by a pattern, some nanoseconds each
+  int32 threads = 1;
+  std::function<bool()> cancelled = {};  ///< asked after each pass on the calling thread
   bool plain = false;  ///< nothing between the passes, the criterion alone ends them
 };
 

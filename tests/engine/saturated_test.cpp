@@ -9,6 +9,7 @@
 #include <numeric>
 #include <random>
 
+#include "api/exports.hpp"
 #include "estimation/mlresult.hpp"
 #include "support/lca_problem.hpp"
 #include "support/mcar_data.hpp"
@@ -183,7 +184,11 @@ TEST(Saturated, PassesOverClassesOfCellsArePassesOverCells) {
       counts.push_back(fit.mdinfo.orig_counts(fit.mdinfo.ord(i)));
   for (const int passes : {2, 5, 40}) {
     const auto dense = saturated_maximum(problem.nrc, count_patterns(problem), passes);
-    const auto plain = estimation::fit_cells(fit.mdinfo.classes, counts, {0.0, passes, true});
+    estimation::cell_fit_controls controls;
+    controls.criterion = 0.0;
+    controls.max_passes = passes;
+    controls.plain = true;
+    const auto plain = estimation::fit_cells(fit.mdinfo.classes, counts, controls);
     EXPECT_EQ(plain.passes, passes);
     for (std::size_t cell = 0; cell < dense.theta.size(); ++cell) {
       const int32 k = fit.mdinfo.classes.class_of[cell];
@@ -313,6 +318,11 @@ TEST(Saturated, ManyItemsGiveAValueOrSayThatTheyOverflow) {
     fit.run();
     verify_fit(fit);
     EXPECT_EQ(fit.cat_loglik != 0.0, t.fitted);
+    lca_problem alone = fit;
+    alone.threads = 1;
+    fit.threads = 4;
+    for (lca_problem* one : {&alone, &fit}) one->run();
+    EXPECT_EQ(fit.cat_loglik, alone.cat_loglik);
     EXPECT_GE(fit.overflow, t.items > 30 || !t.fitted ? 1 : 0);
     if (t.fitted) {
       EXPECT_LE(fit.loglik, fit.cat_loglik);
@@ -325,6 +335,40 @@ TEST(Saturated, ManyItemsGiveAValueOrSayThatTheyOverflow) {
       EXPECT_TRUE(std::isnan(fit.fit_extra[1]));
     }
   }
+}
+
+TEST(Saturated, IsComputedWhereItIsWanted) {
+  lca_problem fit = simulate(300, {2, 3, 2}, 2, 22, 0.2);
+  api::lca_call call = fit.prepare();
+  call.cat_g2 = call.G2 = call.aic = call.bic = call.caic = call.abic = call.fit_extra = nullptr;
+  call.cat_df = call.overflow_count = nullptr;
+  EXPECT_EQ(api::guarded_run_lca(call), 0);
+  EXPECT_GT(fit.run_info[6], 0);
+  call.cat_loglik = nullptr;
+  EXPECT_EQ(api::guarded_run_lca(call), 0);
+  EXPECT_EQ(fit.run_info[6], 0);
+}
+
+TEST(Saturated, TheHostCanCancelIt) {
+  tolvenra_progress record{};
+  record.size = sizeof record;
+  record.notify = [](tolvenra_progress* at) { return at->stage == 5 && at->iteration > 4 ? 1 : 0; };
+  lca_problem fit = simulate(3000, {2, 3, 2, 2, 2, 3, 2, 2}, 2, 23, 0.3);
+  fit.nstarts = 3;
+  fit.se_option = 1;
+  fit.progress = &record;
+  EXPECT_EQ(fit.run(), 0);
+  EXPECT_EQ(trimmed(fit.message), "The run was cancelled by the host.\r\nOCCURRED IN: runlca");
+  EXPECT_EQ(fit.run_info[11], 1);
+  EXPECT_EQ(fit.run_info[7], -1);
+  EXPECT_EQ(record.loglik, fit.loglik);
+  EXPECT_EQ(record.best_loglik, fit.loglik);
+  EXPECT_EQ(record.starts_done, 3);
+  EXPECT_EQ(record.max_iter, fit.max_iter);
+  EXPECT_TRUE(std::isnan(fit.G2) && std::isnan(fit.bic) && std::isnan(fit.fit_extra[0]));
+  EXPECT_EQ(fit.cat_df, -1);
+  EXPECT_GT(fit.entropy, 0.0);
+  EXPECT_TRUE(std::isnan(fit.std_gamma[0]));
 }
 
 TEST(Saturated, NothingObservedIsNoInformation) {
@@ -377,6 +421,7 @@ TEST(Saturated, RarePatternsKeepTheirShare) {
     for (int k = 0; k < fit.nkase; ++k) fit.weight.push_back(std::exp(2.0 * normal(engine)));
     ASSERT_EQ(fit.run(), 0) << fit.message;
     verify_fit(fit);
+    EXPECT_EQ(fit.run_info[14], 0) << "trial " << trial;
     EXPECT_EQ(fit.overflow, 0) << "trial " << trial << "\n" << fit.message;
   }
 }

@@ -160,6 +160,27 @@ void verify_tables(const lta_problem& fit, const std::vector<double>& likelihood
   EXPECT_NEAR(fit.overflow == 0 ? fit.fit_extra[0] : x2, x2, 1e-7 * (1.0 + std::abs(x2)));
 }
 
+/// Expected counts of some patterns: each case with the same missing responses, given these.
+void verify_expected(const lta_problem& fit) {
+  const auto n = static_cast<std::size_t>(fit.nkase);
+  const auto npatt = static_cast<std::size_t>(fit.run_info[4]);
+  lta_problem probe = fit;
+  for (std::size_t p = 0; p < npatt; p += npatt / 12 + 1) {
+    double expected = 0.0;
+    for (int k = 1; k <= fit.nkase; ++k) {
+      bool alike = fit.stratum(k) == fit.patterns[p];
+      for (int t = 1; t <= fit.nt; ++t)
+        for (int i = 1; i <= fit.ni; ++i) {
+          const auto column = static_cast<std::size_t>(i + fit.ni * (t - 1));
+          probe.response(k, i, t) = fit.patterns[p + n * column];
+          alike = alike && (probe.response(k, i, t) > 0) == (fit.response(k, i, t) > 0);
+        }
+      if (alike) expected += fit.case_weight(k) * probe.naive_likelihood(k);
+    }
+    EXPECT_NEAR(fit.pattern_counts[p + n], expected, 1e-9 * (1.0 + expected)) << "pattern " << p;
+  }
+}
+
 void verify_history(const lta_problem& fit) {
   for (int i = 2; i < fit.iterations && !(fit.prior_strength > 0.0); ++i) {
     const auto at = static_cast<std::size_t>(i);
@@ -199,6 +220,7 @@ void verify_lta(const lta_problem& fit) {
   EXPECT_NEAR(fit.bic, fit.G2 + std::log(n) * p, 1e-9 * (1.0 + std::abs(fit.bic)));
   EXPECT_NEAR(fit.fit_extra[2], fit.G2 + (std::log(n) + 1.0) * p, 1e-8 * (1.0 + std::abs(fit.bic)));
   if (complete && fit.ncov_delta + fit.ncov_tau == 0) verify_tables(fit, likelihood);
+  verify_expected(fit);
   if (fit.converged != 0) verify_update(fit, expected);
 }
 

@@ -234,6 +234,8 @@ TEST(Progress, LineTellsStartBestSoFarAndTimeLeft) {
   record.max_abs_diff = 0.0015;
   EXPECT_EQ(progress_line(record, 3.0),
             "iteration 12, log-likelihood -20.5000, largest change 1.5e-03");
+  record.stage = 5;
+  EXPECT_EQ(progress_line(record, 3.0), "fit statistics, step 12");
 }
 
 }  // namespace
