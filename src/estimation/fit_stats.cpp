@@ -113,12 +113,12 @@ int32 compare_with_model(expected_counter& expected_of, const std::vector<int32>
 
 /// Fits the saturated model of one stratum with missing responses; without it there is none of the
 /// data.
-void fit_saturated(const mlworkspace& work, stage& own, mdinfo_type& mdinfo, saturated_sums& sums,
-                   error_type& err) {
+void fit_saturated(const mlworkspace& work, int32 stratum, stage& own, mdinfo_type& mdinfo,
+                   saturated_sums& sums, error_type& err) {
   const auto stop = [&own] { return own.watch.stop(); };
   mdinfo.limits.work = own.cell_work;
   mdinfo.limits.cancelled = mdinfo.controls.cancelled = stop;
-  mdinfo.controls.max_visits = own.cell_visits;
+  mdinfo.controls.max_visits = own.cell_visits / (work.data.nstr - stratum + 1);
   mdinfo.controls.threads = work.em.threads;
   int32 passes = 0;
   sums.failed = md_catmod(work, mdinfo, 0.01 * work.em.criterion, passes, err) != 0;
@@ -142,7 +142,7 @@ int32 add_incomplete_stratum(const mlworkspace& work, int32 stratum, stage& own,
     return fail(err, here, {text("Could not initialize arrays for CAT model.")});
   if (compare_with_model(own.expected, mdinfo.rows, mdinfo, sums, err) != 0) return -1;
   if (own.saturated && !sums.overflow && !own.watch.stopped())
-    fit_saturated(work, own, mdinfo, sums, err);
+    fit_saturated(work, stratum, own, mdinfo, sums, err);
   const auto append = [](const auto& from, auto& to) {
     to.insert(to.end(), from.begin(), from.end());
   };

@@ -104,7 +104,8 @@ class pass_loop {
       change = em_.pass(safe_, to);
     }
     ++passes_;
-    shortfall_ = em_.shortfall();
+    // The bound is one for cells that sum to 1; the first do not.
+    shortfall_ = passes_ > 1 ? em_.shortfall() : std::numeric_limits<double>::infinity();
     converged_ =
         change / cells_ <= controls_.criterion && (controls_.plain || shortfall_ <= negligible());
     cancelled_ = controls_.cancelled && controls_.cancelled();

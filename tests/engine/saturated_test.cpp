@@ -200,6 +200,19 @@ TEST(Saturated, PassesOverClassesOfCellsArePassesOverCells) {
   }
 }
 
+TEST(Saturated, TheBoundHoldsWhereverItEnds) {
+  const direct_fit fit = fit_directly(simulate(60, {2, 2, 2, 2, 2, 3}, 2, 12, 0.3), 1e-8);
+  std::vector<double> counts;
+  for (const int32 i : fit.mdinfo.ord.flat)
+    if (fit.mdinfo.mobs(fit.mdinfo.mdp(i)) > 0) counts.push_back(fit.mdinfo.orig_counts(i));
+  for (const int passes : {1, 2, 3, 4}) {
+    estimation::cell_fit_controls controls;
+    controls.max_passes = passes;
+    const auto ended = estimation::fit_cells(fit.mdinfo.classes, counts, controls);
+    EXPECT_GE(ended.loglik + ended.shortfall, fit.mdinfo.fit.loglik - 1e-9) << passes << " passes";
+  }
+}
+
 TEST(Saturated, CompleteDataSettleInTheSecondPass) {
   const lca_problem problem = simulate(200, {2, 2, 3}, 2, 13);
   const direct_fit fit = fit_directly(problem, 1e-8);
