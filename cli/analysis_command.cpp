@@ -39,13 +39,12 @@ void print_all(std::FILE* file, const std::string& text) {
     throw output_error("The results could not be written to standard output.");
 }
 
-exit_code report_failure(const fit_record& fit, bool cancelled, const char* hint) {
+exit_code report_failure(const fit_record& fit, bool cancelled, const report_terms& terms) {
   if (cancelled) {
     fmt::print(stderr, "\ntolvenra: cancelled.\n");
     return exit_cancelled;
   }
-  fmt::print(stderr, "tolvenra: the analysis failed.\n{}\n{}", fit.message,
-             fit.regression_failed() ? hint : "");
+  fmt::print(stderr, "tolvenra: the analysis failed.\n{}\n", plain_report(fit.message, terms));
   return exit_analysis_failed;
 }
 

@@ -11,6 +11,7 @@
 #include "analysis_options.hpp"
 #include "fit_record.hpp"
 #include "output_file.hpp"
+#include "plain_report.hpp"
 #include "progress.hpp"
 
 namespace tolvenra::cli {
@@ -36,13 +37,13 @@ struct output_files {
 /// Writes to standard output. Throws output_error.
 void print_all(std::FILE* file, const std::string& text);
 
-/// Says why there is no fit. \param hint  what helps against a regression that cannot be fitted
-exit_code report_failure(const fit_record& fit, bool cancelled, const char* hint);
+/// Says why there is no fit.
+exit_code report_failure(const fit_record& fit, bool cancelled, const report_terms& terms);
 
 /// Runs the engine under a progress display. Empty, and told to the user, when it failed; then
 /// `failure` says how to leave.
 template <class Fit, class Run>
-std::optional<Fit> run_with_progress(Run&& run, const char* hint, exit_code& failure) {
+std::optional<Fit> run_with_progress(Run&& run, const report_terms& terms, exit_code& failure) {
   bool cancelled = false;
   Fit fit;
   {
@@ -51,7 +52,7 @@ std::optional<Fit> run_with_progress(Run&& run, const char* hint, exit_code& fai
     cancelled = progress.cancelled();
   }
   if (fit.completed && !cancelled) return fit;
-  failure = report_failure(fit, cancelled, hint);
+  failure = report_failure(fit, cancelled, terms);
   return std::nullopt;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <unordered_set>
 
 #include "input_error.hpp"
@@ -111,6 +112,66 @@ void check_covariate(const data_table& table, const analysis_options& options, c
           "Leave it out.",
           options.asked_by(key), added.name, *first[g],
           data.group ? fmt::format(" of group \"{}\"", data.group->labels[g]) : "", table.source);
+}
+
+namespace {
+
+/// Adds what a column has beside the directions there are. \return false when that is rounding
+bool add_direction(std::vector<double> column, std::vector<std::vector<double>>& directions) {
+  const auto length_of = [](const std::vector<double>& v) {
+    return std::sqrt(std::inner_product(v.begin(), v.end(), v.begin(), 0.0));
+  };
+  // Beside the intercept, whose part dwarfs that of a date.
+  const auto remove = [&](const std::vector<double>& direction) {
+    const double part = std::inner_product(column.begin(), column.end(), direction.begin(), 0.0);
+    for (std::size_t i = 0; i < column.size(); ++i) column[i] -= part * direction[i];
+  };
+  const double whole = length_of(column);
+  if (!directions.empty()) {
+    remove(directions.front());
+    remove(directions.front());
+  }
+  const double before = length_of(column);
+  for (int twice = 0; twice < 2; ++twice)
+    for (const auto& direction : directions) remove(direction);
+  const double left = length_of(column);
+  constexpr double rounding =
+      3e-7;  // of what follows from others; its square is the engine's limit
+  if (!(left > rounding * before) || !(before > 1e-12 * whole)) return false;
+  for (double& value : column) value /= left;
+  directions.push_back(std::move(column));
+  return true;
+}
+
+}  // namespace
+
+void check_independent(const case_data& data, const analysis_options& options, const char* key,
+                       std::size_t first, std::size_t count) {
+  for (std::size_t g = 0; g < data.groups(); ++g) {
+    std::vector<std::vector<double>> directions;  // orthonormal, the intercept's among them
+    std::vector<double> ones(data.rows, 0.0);
+    for (std::size_t i = 0; i < data.rows; ++i) ones[i] = data.group_of(i) == g ? 1.0 : 0.0;
+    add_direction(std::move(ones), directions);
+    for (std::size_t v = first; v < first + count; ++v) {
+      std::vector<double> own = data.covariates[v].value;
+      for (std::size_t i = 0; i < data.rows; ++i)
+        if (data.group_of(i) != g) own[i] = 0.0;
+      if (add_direction(std::move(own), directions)) continue;
+      throw input_error::of(
+          "{}: \"{}\" follows from {}{}: no data could tell their effects apart. Leave one of them "
+          "out.",
+          options.asked_by(key), data.covariates[v].name,
+          v == first ? "the intercept" : covariate_names(data, first, v - first),
+          data.group ? fmt::format(" in group \"{}\"", data.group->labels[g]) : "");
+    }
+  }
+}
+
+std::string covariate_names(const case_data& data, std::size_t first, std::size_t count) {
+  std::string text;
+  for (std::size_t v = 0; v < count; ++v)
+    text += (v == 0 ? "" : v + 1 == count ? " and " : ", ") + data.covariates[first + v].name;
+  return text;
 }
 
 void count_cases(case_data& data) {

@@ -96,6 +96,14 @@ void check_item(const data_table& table, const categories& item, const char* lat
 void check_covariate(const data_table& table, const analysis_options& options, const char* key,
                      const covariate& added, const case_data& data);
 
+/// Throws input_error where one of `count` covariates from `first` on follows from those before it
+/// in some group: no data could tell their effects apart. \param key  the option that names them
+void check_independent(const case_data& data, const analysis_options& options, const char* key,
+                       std::size_t first, std::size_t count);
+
+/// "a, b and c"
+std::string covariate_names(const case_data& data, std::size_t first, std::size_t count);
+
 /// Fills the counts of cases; throws input_error when they are more than a number can hold.
 void count_cases(case_data& data);
 

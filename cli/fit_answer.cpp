@@ -71,7 +71,7 @@ void add_test(const fit_record& fit, std::size_t k, const std::string& name, std
 }
 
 void add_fit_warnings(const analysis_options& options, const fit_record& fit, std::int32_t starts,
-                      fit_answer& answer) {
+                      const report_terms& terms, fit_answer& answer) {
   const auto warn = [&](std::string text) { answer.warnings.push_back(std::move(text)); };
   if (answer.figures.df.value_or(0) < 0)
     warn(
@@ -84,8 +84,9 @@ void add_fit_warnings(const analysis_options& options, const fit_record& fit, st
                     "change below {}. Raise --max-iter.",
                     answer.iterations, options.criterion));
   if (const auto failed = starts - fit.run_info[2]; failed > 0)
-    warn(fmt::format("{} of {} starts failed.{}", failed, starts,
-                     fit.run_info[7] < 0 ? "" : " The last report:\n" + fit.message));
+    warn(fmt::format(
+        "{} of {} starts failed.{}", failed, starts,
+        fit.run_info[7] < 0 ? "" : " The last report:\n" + plain_report(fit.message, terms)));
   if (answer.best_start_hits == 1 && starts > 1)
     warn(
         "Only one start reached the best log-likelihood: it may be a local maximum. Raise "

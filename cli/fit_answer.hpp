@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fit_tests.hpp"
+#include "plain_report.hpp"
 
 namespace tolvenra::cli {
 
@@ -36,6 +37,7 @@ struct fit_answer {
   fit_tests of_fit;
   bool converged = false;
   std::int32_t iterations = 0, best_start_hits = 0;
+  bool any_runaway = false;  ///< some coefficients have no finite estimate
   std::vector<covariate_test> tests;
   std::vector<start_record> starts;
   std::vector<std::string> warnings;
@@ -53,6 +55,6 @@ void add_test(const fit_record& fit, std::size_t k, const std::string& name, std
 
 /// Warns of what the fit and the search left open. \param starts  that were made
 void add_fit_warnings(const analysis_options& options, const fit_record& fit, std::int32_t starts,
-                      fit_answer& answer);
+                      const report_terms& terms, fit_answer& answer);
 
 }  // namespace tolvenra::cli

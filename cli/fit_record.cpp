@@ -1,6 +1,13 @@
 #include "fit_record.hpp"
 
+#include <cmath>
+
 namespace tolvenra::cli {
+namespace {
+
+constexpr double least_runaway_part = 1e-6;
+
+}  // namespace
 
 bool engine_matches() {
   std::uint8_t mismatch = 0;
@@ -22,19 +29,24 @@ std::vector<std::int32_t> category_counts(const case_data& data) {
   return nrc;
 }
 
-std::vector<double> covariate_matrix(const case_data& data) {
-  std::vector<double> cov;
-  for (const covariate& column : data.covariates)
-    cov.insert(cov.end(), column.value.begin(), column.value.end());
-  return cov;
-}
-
 void make_room(const case_data& data, std::size_t tests, fit_record& fit) {
   fit.test_stat.resize(tests);
   fit.test_p.resize(tests);
   fit.test_status.resize(tests);
   fit.response_patterns.resize(data.rows * (1 + data.items.size()));
   fit.pattern_counts.resize(data.rows * 2);
+}
+
+bool runs_away(const runaway_directions& directions, std::size_t at) {
+  return runs_away(directions, at, at);
+}
+
+bool runs_away(const runaway_directions& directions, std::size_t at, std::size_t reference) {
+  for (const std::vector<double>& part : directions) {
+    const double other = reference == at ? 0.0 : part[reference];
+    if (!(std::abs(part[at] - other) < least_runaway_part)) return true;
+  }
+  return false;
 }
 
 std::string trimmed(const std::vector<char>& message) {

@@ -35,13 +35,6 @@ struct fit_record {
   std::vector<std::int32_t>
       test_status;  ///< 0 good, 5 statistic <= 0, 2 not converged, else failed
   std::vector<start_record> starts;
-
-  /// Could some start not fit its regression?
-  [[nodiscard]] bool regression_failed() const {
-    for (const start_record& start : starts)
-      if (start.status == -1) return true;
-    return false;
-  }
 };
 
 /// The result arrays of the starts, before they become records.
@@ -67,9 +60,8 @@ inline constexpr std::array<std::int32_t, 3> interface_version{4, 3, 2};
 /// Does the library that was loaded offer this interface?
 bool engine_matches();
 
-/// The cases as the engine takes them: (rows, columns) responses, (rows, covariates) numbers.
+/// The cases as the engine takes them: (rows, columns) responses.
 std::vector<std::int32_t> response_matrix(const case_data& data);
-std::vector<double> covariate_matrix(const case_data& data);
 /// Categories of every column of responses.
 std::vector<std::int32_t> category_counts(const case_data& data);
 
@@ -78,6 +70,13 @@ void make_room(const case_data& data, std::size_t tests, fit_record& fit);
 
 /// The report of the engine without its padding.
 std::string trimmed(const std::vector<char>& message);
+
+/// Directions along which coefficients have no finite estimate: the parts of all coefficients of a
+/// family in each of them.
+using runaway_directions = std::vector<std::vector<double>>;
+/// Whether a coefficient, as a difference to that of a reference, takes part in any of them.
+bool runs_away(const runaway_directions& directions, std::size_t at, std::size_t reference);
+bool runs_away(const runaway_directions& directions, std::size_t at);
 
 /// NULL for an empty array.
 template <class T>

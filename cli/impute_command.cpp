@@ -135,7 +135,7 @@ std::optional<imputation> run_imputation(const Data& data, const Options& option
   if (result.completed) return result;
   fit_record failed;
   failed.message = result.message;
-  failure = report_failure(failed, cancelled, "");
+  failure = report_failure(failed, cancelled, {});
   return std::nullopt;
 }
 
@@ -155,7 +155,7 @@ exit_code run_analysis(const Options& options, const imputation_options& wanted,
 
   exit_code failure = exit_good;
   const auto fit = run_with_progress<decltype(run(data, options, nullptr))>(
-      [&](tolvenra_progress* progress) { return run(data, options, progress); }, "", failure);
+      [&](tolvenra_progress* progress) { return run(data, options, progress); }, {}, failure);
   if (!fit) return failure;
   const auto answer = make_answer(data, options, *fit);
   const auto result = run_imputation(data, options, wanted, *fit, failure);

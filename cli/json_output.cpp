@@ -50,6 +50,21 @@ json coefficients_json(const lca_answer& answer, Map&& map) {
   return groups;
 }
 
+/// The same shape, true where a coefficient has no finite estimate.
+json runaway_json(const lca_answer& answer) {
+  return answer.runaway.empty() ? json(nullptr) : json(answer.runaway);
+}
+
+/// Odds ratios; null where there is none.
+json odds_json(const lca_answer& answer) {
+  json odds = coefficients_json(answer, [](double b) { return std::exp(b); });
+  for (std::size_t g = 0; g < answer.runaway.size(); ++g)
+    for (std::size_t c = 0; c < answer.runaway[g].size(); ++c)
+      for (std::size_t v = 0; v < answer.runaway[g][c].size(); ++v)
+        if (answer.runaway[g][c][v]) odds[g][c][v] = nullptr;
+  return odds;
+}
+
 json items_json(const lca_data& data) {
   json items = json::array();
   for (std::size_t j = 0; j < data.items.size(); ++j)
@@ -85,7 +100,9 @@ std::string lca_json(const lca_data& data, const lca_options& options, const lca
       {"warnings", answer.warnings},
       {"covariates", covariates_json(data)},
       {"beta", coefficients_json(answer, [](double b) { return b; })},
-      {"odds_ratios", coefficients_json(answer, [](double b) { return std::exp(b); })},
+      {"odds_ratios", odds_json(answer)},
+      {"runaway", answer.any_runaway},
+      {"beta_runaway", runaway_json(answer)},
       {"covariate_tests", data.covariates.empty() ? json(nullptr) : tests_json(answer.tests)},
       {"bivariate_residuals", residuals_json(data, answer.residuals)},
       {"clusters", clusters_json(answer)},

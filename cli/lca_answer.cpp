@@ -57,8 +57,18 @@ void set_coefficients(const lca_data& data, std::size_t nc, const lca_fit& fit,
              static_cast<std::ptrdiff_t>(rows * (answer.order[printed] + nc * g));
     };
     auto& of_group = answer.beta.emplace_back(nc);
+    auto& runaway = answer.runaway.emplace_back(nc);
+    const auto place = [&](std::size_t printed, std::size_t v) {
+      return v + rows * (answer.order[printed] + nc * g);
+    };
     for (std::size_t k = 0; k < nc; ++k) {
       if (model.binary && k != model.compared) continue;
+      for (std::size_t v = 0; v < rows; ++v) {
+        runaway[k].push_back(
+            model.binary ? runs_away(fit.beta_runs, place(k, v))
+                         : runs_away(fit.beta_runs, place(k, v), place(model.reference, v)));
+        answer.any_runaway = answer.any_runaway || runaway[k].back();
+      }
       of_group[k].assign(column(k), column(k) + static_cast<std::ptrdiff_t>(rows));
       for (std::size_t v = 0; v < rows && !model.binary; ++v)
         of_group[k][v] -= column(model.reference)[static_cast<std::ptrdiff_t>(v)];
@@ -80,8 +90,7 @@ lca_answer make_lca_answer(const lca_data& data, const lca_options& options, con
   order_classes(data, nc, fit, answer);
   set_estimates(data, nc, fit, answer);
   set_coefficients(data, nc, fit, answer);
-  if (data.errors_wanted)
-    answer.errors = make_standard_errors(data, nc, fit, answer.order, answer.beta);
+  if (data.errors_wanted) answer.errors = make_standard_errors(data, nc, fit, answer);
   if (!data.cluster.empty()) set_clusters(fit, answer);
   const std::size_t classes = data.model.binary ? 1 : nc - 1;
   for (std::size_t v = 0; v < fit.test_stat.size(); ++v)
@@ -89,7 +98,8 @@ lca_answer make_lca_answer(const lca_data& data, const lca_options& options, con
              answer, !data.weight.empty() || !data.cluster.empty());
   if (options.residuals || !options.json.empty())
     answer.residuals = bivariate_residuals(data, options.classes, fit);
-  add_fit_warnings(options, fit, starts_of(data.model, options), answer);
+  add_fit_warnings(options, fit, starts_of(data.model, options), report_terms_of(data, options),
+                   answer);
   return answer;
 }
 

@@ -30,6 +30,8 @@ struct lca_answer : fit_answer {
   /// class; with a binary regression empty in all classes but the one compared. Empty without
   /// covariates.
   std::vector<std::vector<std::vector<double>>> beta;
+  /// Whether a coefficient has no finite estimate, in the shape of beta.
+  std::vector<std::vector<std::vector<bool>>> runaway;
   std::vector<std::string> class_labels;  ///< "1", "2", ... or the user's names
   std::optional<standard_errors> errors;  ///< empty when not wanted
   std::optional<cluster_sizes> clusters;

@@ -7,14 +7,6 @@
 #include "report.hpp"
 
 namespace tolvenra::cli {
-namespace {
-
-constexpr const char* regression_hint =
-    "Some covariates may follow from the others, or tell a class apart without error: leave these "
-    "out or give a prior (--prior-beta 1).\n";
-
-}  // namespace
-
 exit_code run_lca_command(const lca_options& options) {
   check_options(options);
   if (options.print_model) {
@@ -31,7 +23,7 @@ exit_code run_lca_command(const lca_options& options) {
   exit_code failure = exit_good;
   const auto fit = run_with_progress<lca_fit>(
       [&](tolvenra_progress* progress) { return run_lca(data, options, progress); },
-      regression_hint, failure);
+      report_terms_of(data, options), failure);
   if (!fit) return failure;
   const lca_answer answer = make_lca_answer(data, options, *fit);
   write_results(

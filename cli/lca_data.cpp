@@ -83,6 +83,7 @@ lca_data prepare_lca(const data_table& table, const lca_options& options) {
         {table.columns[column].name, covariate_numbers(table, column, reader.missing)});
     check_covariate(table, options, "covariates", data.covariates.back(), data);
   }
+  check_independent(data, options, "covariates", 0, data.covariates.size());
   count_cases(data);
   count_missing(data, [&](std::size_t item, std::size_t group) {
     data.warnings.push_back(fmt::format(
@@ -99,6 +100,15 @@ lca_data prepare_lca(const data_table& table, const lca_options& options) {
     warn_of_equal_starts(data.items.size(), static_cast<std::size_t>(options.classes),
                          data.model.rho, "Classes", data.warnings);
   return data;
+}
+
+report_terms report_terms_of(const lca_data& data, const lca_options& options) {
+  return {"--prior-beta",
+          options.prior_beta > 0.0,
+          covariate_names(data, 0, data.covariates.size()),
+          {},
+          data.group ? data.group->labels : std::vector<std::string>{},
+          {}};
 }
 
 }  // namespace tolvenra::cli

@@ -4,6 +4,7 @@
 #include "case_data.hpp"
 #include "lca_model.hpp"
 #include "lca_options.hpp"
+#include "plain_report.hpp"
 
 namespace tolvenra::cli {
 
@@ -15,5 +16,8 @@ struct lca_data : case_data {
 
 /// Throws input_error for everything that leaves no analysis to be made.
 lca_data prepare_lca(const data_table& table, const lca_options& options);
+
+/// What the engine's reports speak of.
+report_terms report_terms_of(const lca_data& data, const lca_options& options);
 
 }  // namespace tolvenra::cli

@@ -1,5 +1,10 @@
 #include "lca_run.hpp"
 
+#include <utility>
+
+#include "api/findings.hpp"
+#include "covariate_scale.hpp"
+
 namespace tolvenra::cli {
 namespace {
 
@@ -23,62 +28,116 @@ std::size_t engine_reference(const lca_model& model) {
 
 lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progress* progress) {
   const auto nc = static_cast<std::size_t>(options.classes);
-  const auto nitem = static_cast<std::int32_t>(data.items.size());
-  const auto nrow = static_cast<std::int32_t>(data.rows);
-  const auto ngroup = static_cast<std::int32_t>(data.groups());
-  const std::vector<std::int32_t> nrc = category_counts(data);
-  const std::int32_t nrcmax = most_categories_of(data);
-  const std::vector<std::int32_t> y = response_matrix(data);
-  const lca_model& model = data.model;
-  const std::vector<double> cov = covariate_matrix(data);
   const auto ncov = static_cast<std::int32_t>(data.covariates.size());
+  const lca_model& model = data.model;
+  const std::vector<std::int32_t> nrc = category_counts(data);
+  const std::vector<std::int32_t> y = response_matrix(data);
+  const std::vector<column_scale> scales = covariate_scales(data);
+  const std::vector<double> cov = scaled_matrix(data, scales);
   const std::int32_t nstarts = starts_of(data.model, options);
   const auto reference = static_cast<std::int32_t>(engine_reference(model)) + 1;
   const auto compared = static_cast<std::int32_t>(model.compared) + 1;
   const bool want_post = !options.posteriors.empty();
-  const bool want_tests = ncov > 0;
 
   lca_fit fit;
   fit.gamma = model.gamma;
   fit.rho = model.rho;
   if (ncov > 0) fit.beta = model.beta;
   if (ncov > 0) fit.beta.resize(fit.gamma.size() * (data.covariates.size() + 1));
+  const auto each_class = [&](auto&& change, std::vector<double>& beta) {
+    for (std::size_t at = 0; at < beta.size(); at += scales.size() + 1) change(&beta[at]);
+  };
+  each_class([&](double* b) { to_engine(scales, b); }, fit.beta);
   if (want_post) fit.post_cls.resize(data.rows * nc);
-  make_room(data, want_tests ? data.covariates.size() : 0, fit);
+  make_room(data, data.covariates.size(), fit);
   if (data.errors_wanted) make_room_for_errors(data, nc, fit);
   start_arrays starts(static_cast<std::size_t>(nstarts));
   std::vector<char> message(8192, ' ');
   std::uint8_t converged = 0;
 
-  const std::int32_t status = runlca(
-      progress, nitem, nrc.data(), nrcmax, nrow, ncov, ngroup, y.data(),
-      /*strata_given=*/data.group ? 1 : 0, /*freq_given=*/data.freq.empty() ? 0 : 1,
-      /*weight_given=*/data.weight.empty() ? 0 : 1, data.group ? data.group->code.data() : nullptr,
-      data_or_null(data.cluster), ncov > 0 ? cov.data() : nullptr, data.freq.data(),
-      data.weight.data(), options.classes,
-      /*rho_equal_strata=*/options.invariant ? 1 : 0,
-      /*binary_wanted=*/model.binary && nc > 2 ? 1 : 0, &reference, &compared, fit.gamma.data(),
-      fit.rho.data(), ncov > 0 ? fit.beta.data() : nullptr,
-      want_post ? fit.post_cls.data() : nullptr, fit.response_patterns.data(),
-      fit.pattern_counts.data(), data_or_null(fit.std_gamma), data_or_null(fit.std_gamma_model),
-      data_or_null(fit.std_rho), /*std_beta=*/nullptr, data_or_null(fit.cov_b),
-      /*se_option=*/data.errors_wanted ? 1 : 0, fit.run_info.data(),
-      /*start_given=*/model.start_given ? 1 : 0, data_or_null(model.gamma_code),
-      data_or_null(model.rho_code), nstarts, options.seed,
-      /*seed2=*/0, starts.seed.data(), starts.loglik.data(), starts.converged.data(),
-      starts.iterations.data(), options.prior_beta, options.prior_rho, options.prior_gamma,
-      options.criterion, options.max_iter, options.threads, &converged, &fit.iterations,
-      /*max_abs_diff=*/nullptr, /*mean_abs_diff=*/nullptr, starts.status.data(), &fit.deff,
-      &fit.loglik, &fit.overflow_count, &fit.apparent_df, fit.n_params.data(), &fit.G2,
-      /*aic=*/nullptr, /*bic=*/nullptr, /*caic=*/nullptr, /*abic=*/nullptr, /*entropyraw=*/nullptr,
-      /*entropy=*/nullptr, fit.fit_extra.data(), &fit.cat_loglik, &fit.cat_g2, &fit.cat_df,
-      /*llvec=*/nullptr, &fit.n_clusters, &fit.cluster_min, &fit.cluster_max, want_post ? 1 : 0,
-      want_tests ? 1 : 0, /*want_draws=*/0,
-      /*drawn_class=*/nullptr, want_tests ? fit.test_stat.data() : nullptr,
-      want_tests ? fit.test_p.data() : nullptr, want_tests ? fit.test_status.data() : nullptr,
-      /*madvec=*/nullptr, static_cast<std::int32_t>(message.size()), message.data());
+  api::lca_call call{};
+  call.progress = progress;
+  call.nci = static_cast<std::int32_t>(data.items.size());
+  call.nrc = nrc.data();
+  call.nrcmax = most_categories_of(data);
+  call.nkase = static_cast<std::int32_t>(data.rows);
+  call.ncov = ncov;
+  call.nstr = static_cast<std::int32_t>(data.groups());
+  call.y = y.data();
+  call.strata_given = data.group ? 1 : 0;
+  call.strata = data.group ? data.group->code.data() : nullptr;
+  call.freq_given = data.freq.empty() ? 0 : 1;
+  call.freq = data.freq.data();
+  call.weight_given = data.weight.empty() ? 0 : 1;
+  call.weight = data.weight.data();
+  call.clusters = data_or_null(data.cluster);
+  call.cov = data_or_null(cov);
+  call.nc = options.classes;
+  call.rho_equal_strata = options.invariant ? 1 : 0;
+  call.binary_wanted = model.binary && nc > 2 ? 1 : 0;
+  call.baseline_gamma = &reference;
+  call.binary_gamma = &compared;
+  call.gamma = fit.gamma.data();
+  call.rho = fit.rho.data();
+  call.beta = data_or_null(fit.beta);
+  call.want_post = want_post ? 1 : 0;
+  call.post_cls = data_or_null(fit.post_cls);
+  call.response_patterns = fit.response_patterns.data();
+  call.pattern_counts = fit.pattern_counts.data();
+  call.se_option = data.errors_wanted ? 1 : 0;
+  call.std_gamma = data_or_null(fit.std_gamma);
+  call.std_gamma_model = data_or_null(fit.std_gamma_model);
+  call.std_rho = data_or_null(fit.std_rho);
+  call.cov_b = data_or_null(fit.cov_b);
+  call.deff = &fit.deff;
+  call.run_info = fit.run_info.data();
+  call.start_given = model.start_given ? 1 : 0;
+  call.gamma_restrictions = data_or_null(model.gamma_code);
+  call.rho_restrictions = data_or_null(model.rho_code);
+  call.nstarts = nstarts;
+  call.seed = options.seed;
+  call.start_seeds = starts.seed.data();
+  call.start_loglik = starts.loglik.data();
+  call.start_converged = starts.converged.data();
+  call.start_iter = starts.iterations.data();
+  call.start_status = starts.status.data();
+  call.beta_prior_strength = options.prior_beta;
+  call.rho_prior_strength = options.prior_rho;
+  call.gamma_prior_strength = options.prior_gamma;
+  call.criterion = options.criterion;
+  call.max_iter = options.max_iter;
+  call.max_threads = options.threads;
+  call.converged = &converged;
+  call.iterations = &fit.iterations;
+  call.loglik = &fit.loglik;
+  call.overflow_count = &fit.overflow_count;
+  call.apparent_df = &fit.apparent_df;
+  call.n_params = fit.n_params.data();
+  call.G2 = &fit.G2;
+  call.fit_extra = fit.fit_extra.data();
+  call.cat_loglik = &fit.cat_loglik;
+  call.cat_g2 = &fit.cat_g2;
+  call.cat_df = &fit.cat_df;
+  call.n_clusters = &fit.n_clusters;
+  call.cluster_min = &fit.cluster_min;
+  call.cluster_max = &fit.cluster_max;
+  call.want_tests = ncov > 0 ? 1 : 0;
+  call.test_stat = data_or_null(fit.test_stat);
+  call.test_p = data_or_null(fit.test_p);
+  call.test_status = data_or_null(fit.test_status);
+  call.msg_len = static_cast<std::int32_t>(message.size());
+  call.message = message.data();
+  api::run_findings found;
+  fit.completed = api::run_lca(call, found) == 0;
 
-  fit.completed = status == 0;
+  each_class([&](double* b) { to_user(scales, b); }, fit.beta);
+  fit.beta_runs = std::move(found.beta);
+  for (auto& part : fit.beta_runs)
+    each_class([&](double* b) { direction_to_user(scales, b); }, part);
+  if (!found.cov_b.empty() && !fit.cov_b.empty()) {
+    fit.cov_b = std::move(found.cov_b);
+    covariance_to_user(scales, static_cast<std::size_t>(fit.run_info[8]), fit.cov_b);
+  }
   fit.converged = converged != 0;
   fit.message = trimmed(message);
   fit.starts = starts.records();

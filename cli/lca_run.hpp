@@ -14,8 +14,10 @@ struct lca_fit : fit_record {
   std::vector<double> rho;       ///< (nitem, nc, nrcmax, ngroup)
   std::vector<double> beta;      ///< (ncov + 1, nc, ngroup); empty without covariates
   std::vector<double> post_cls;  ///< (nrow, nc); empty when not wanted
-  /// Standard errors; empty when not wanted. cov_b is square of order run_info(9).
+  /// Standard errors; empty when not wanted. cov_b is square of order run_info(9); where beta_runs
+  /// has coefficients, it is that of the differences which these leave alone.
   std::vector<double> std_gamma, std_gamma_model, std_rho, cov_b;
+  runaway_directions beta_runs;  ///< of beta
   double deff = 0.0;  ///< design effect; with the next ones it has a meaning for clusters
   std::int32_t n_clusters = 0;
   double cluster_min = 0.0, cluster_max = 0.0;  ///< cases

@@ -46,16 +46,28 @@ class answer_builder {
     const std::size_t starting = data_.starting.size() + 1;
     for (std::size_t g = 0; starting > 1 && g < data_.groups(); ++g) {
       lta_answer::table& of_group = answer.delta_beta.emplace_back();
-      for (std::size_t s = 0; s < ns_; ++s)
+      lta_answer::marks& runaway = answer.delta_runaway.emplace_back();
+      for (std::size_t s = 0; s < ns_; ++s) {
         of_group.push_back(row_of(fit_.delta_beta, starting, s + ns_ * g, s, model_.reference,
                                   is_shut(model_.delta_code, s + ns_ * g, fit_.delta)));
+        runaway.push_back(
+            marks_of(fit_.start_runs, starting * (s + ns_ * g), of_group.back().size(), answer));
+      }
     }
     for (std::size_t g = 0; !data_.moving.empty() && g < data_.groups(); ++g) {
       auto& of_group = answer.tau_beta.emplace_back();
+      auto& runaway = answer.tau_runaway.emplace_back();
       for (std::size_t move = 0; move < moves_; ++move) {
         auto& of_move = of_group.emplace_back();
-        for (std::size_t from = 0; from < ns_; ++from)
+        auto& marks = runaway.emplace_back(ns_);
+        for (std::size_t from = 0; from < ns_; ++from) {
           of_move.push_back(moving_rows(g, move, from));
+          for (std::size_t to = 0; to < ns_; ++to)
+            marks[from].push_back(marks_of(
+                fit_.move_runs,
+                (data_.moving.size() + 1) * (from + ns_ * (to + ns_ * (move + moves_ * g))),
+                of_move.back()[to].size(), answer));
+        }
       }
     }
   }
@@ -106,6 +118,17 @@ class answer_builder {
   }
 
  private:
+  /// Marks of `count` coefficients from `first` on.
+  static std::vector<bool> marks_of(const runaway_directions& directions, std::size_t first,
+                                    std::size_t count, lta_answer& answer) {
+    std::vector<bool> marks;
+    for (std::size_t v = 0; v < count; ++v) {
+      marks.push_back(runs_away(directions, first + v));
+      answer.any_runaway = answer.any_runaway || marks.back();
+    }
+    return marks;
+  }
+
   static bool is_shut(const std::vector<std::int32_t>& code, std::size_t at,
                       const std::vector<double>& value) {
     return !code.empty() && code[at] == 0 && value[at] == 0.0;
@@ -193,7 +216,8 @@ lta_answer make_lta_answer(const lta_data& data, const lta_options& options, con
                  : builder.df(model.tau_code, fit.tau, static_cast<std::size_t>(options.statuses)),
              answer);
   }
-  add_fit_warnings(options, fit, starts_of(data.model, options), answer);
+  add_fit_warnings(options, fit, starts_of(data.model, options), report_terms_of(data, options),
+                   answer);
   return answer;
 }
 

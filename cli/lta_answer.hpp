@@ -23,6 +23,10 @@ struct lta_answer : fit_answer {
   /// covariates.
   std::vector<table> delta_beta;
   std::vector<std::vector<std::vector<table>>> tau_beta;  ///< [group][transition][from][to]
+  /// Whether a coefficient has no finite estimate, in the shapes of delta_beta and tau_beta.
+  using marks = std::vector<std::vector<bool>>;
+  std::vector<marks> delta_runaway;
+  std::vector<std::vector<std::vector<marks>>> tau_runaway;
 };
 
 /// Upper tail of the chi-square distribution; NaN without degrees of freedom. By its finite sums:

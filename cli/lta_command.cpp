@@ -7,14 +7,6 @@
 #include "patterns.hpp"
 
 namespace tolvenra::cli {
-namespace {
-
-constexpr const char* regression_hint =
-    "Some covariates may follow from the others, or tell a status or a transition apart without "
-    "error: leave these out or give a prior (--prior-strength 1).\n";
-
-}  // namespace
-
 exit_code run_lta_command(const lta_options& options) {
   check_options(options);
   if (options.print_model) {
@@ -31,7 +23,7 @@ exit_code run_lta_command(const lta_options& options) {
   exit_code failure = exit_good;
   const auto fit = run_with_progress<lta_fit>(
       [&](tolvenra_progress* progress) { return run_lta(data, options, progress); },
-      regression_hint, failure);
+      report_terms_of(data, options), failure);
   if (!fit) return failure;
   const lta_answer answer = make_lta_answer(data, options, *fit);
   write_results(

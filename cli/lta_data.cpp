@@ -28,6 +28,10 @@ class lta_data_builder {
     if (from_.weight) data_.weight = positive_numbers(from_.cases, *from_.weight, "weight");
     if (from_.group) add_group(from_.cases, *from_.group, case_categories(), data_);
     add_covariates();
+    check_independent(data_, options_, "covariates_start", 0, data_.starting.size());
+    for (std::size_t t = 0; t + 1 < data_.ntime(); ++t)
+      check_independent(data_, options_, "covariates_transition",
+                        data_.starting.size() + t * data_.moving.size(), data_.moving.size());
     count_cases(data_);
     count_answers();
     if (!data_.freq.empty() || !data_.weight.empty())
@@ -187,6 +191,16 @@ class lta_data_builder {
 
 lta_data prepare_lta(const data_table& table, const lta_options& options) {
   return lta_data_builder(table, options).build();
+}
+
+report_terms report_terms_of(const lta_data& data, const lta_options& options) {
+  const std::size_t starting = data.starting.size();
+  return {"--prior-strength",
+          options.prior_strength > 0.0,
+          covariate_names(data, 0, starting),
+          fmt::format("{}", fmt::join(data.moving, ", ")),
+          data.group ? data.group->labels : std::vector<std::string>{},
+          data.times};
 }
 
 }  // namespace tolvenra::cli

@@ -6,6 +6,7 @@
 
 #include "lta_model.hpp"
 #include "lta_waves.hpp"
+#include "plain_report.hpp"
 
 namespace tolvenra::cli {
 
@@ -20,5 +21,8 @@ struct lta_data : lta_cases {
 
 /// Throws input_error for everything that leaves no analysis to be made.
 lta_data prepare_lta(const data_table& table, const lta_options& options);
+
+/// What the engine's reports speak of.
+report_terms report_terms_of(const lta_data& data, const lta_options& options);
 
 }  // namespace tolvenra::cli

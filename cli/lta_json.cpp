@@ -76,6 +76,21 @@ json nested(const std::vector<std::vector<T>>& list, const Map& map) {
   return result;
 }
 
+template <class T>
+json list_or_null(const std::vector<T>& list) {
+  return list.empty() ? json(nullptr) : json(list);
+}
+
+/// Null in the places of coefficients without a finite estimate.
+json without(json numbers, bool runaway) { return runaway ? json(nullptr) : numbers; }
+
+template <class T>
+json without(json numbers, const std::vector<T>& runaway) {
+  for (std::size_t i = 0; i < runaway.size(); ++i)
+    numbers[i] = without(std::move(numbers[i]), static_cast<T>(runaway[i]));
+  return numbers;
+}
+
 }  // namespace
 
 std::string lta_json(const lta_data& data, const lta_options& options, const lta_answer& answer) {
@@ -111,9 +126,12 @@ std::string lta_json(const lta_data& data, const lta_options& options, const lta
       {"warnings", answer.warnings},
       {"covariates", covariates_json(data)},
       {"delta_beta", nested(answer.delta_beta, as_is)},
-      {"delta_odds_ratios", nested(answer.delta_beta, odds)},
+      {"delta_odds_ratios", without(nested(answer.delta_beta, odds), answer.delta_runaway)},
+      {"runaway", answer.any_runaway},
+      {"delta_beta_runaway", list_or_null(answer.delta_runaway)},
+      {"tau_beta_runaway", list_or_null(answer.tau_runaway)},
       {"tau_beta", nested(answer.tau_beta, as_is)},
-      {"tau_odds_ratios", nested(answer.tau_beta, odds)},
+      {"tau_odds_ratios", without(nested(answer.tau_beta, odds), answer.tau_runaway)},
       {"covariate_tests", covariates_are_tested(data) ? tests_json(answer.tests) : json(nullptr)}};
   return json_text(document);
 }

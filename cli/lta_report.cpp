@@ -38,7 +38,11 @@ class lta_reporter {
             fit_test_section(answer_.of_fit, "statuses", false) + '\n' +
             search_section(options_, data_.model.start_given, answer_) + '\n';
     text += share_sections() + start_section() + transition_sections() + test_section() +
-            start_coefficients() + transition_coefficients() + response_sections();
+            start_coefficients() + transition_coefficients();
+    if (answer_.any_runaway)
+      text += runaway_paragraph("a status or a move never occurs, or always,",
+                                options_.prior_strength > 0.0 ? "" : "--prior-strength");
+    text += response_sections();
     return text;
   }
 
@@ -193,13 +197,14 @@ class lta_reporter {
   }
 
   static void add_rows(table_rows& table, const std::vector<std::string>& labels,
-                       const std::vector<std::string>& covariates, const std::vector<double>& b) {
+                       const std::vector<std::string>& covariates, const std::vector<double>& b,
+                       const std::vector<bool>& runaway) {
     for (std::size_t v = 0; v < b.size(); ++v) {
       std::vector<std::string>& row = table.emplace_back(labels);
       if (v > 0) std::fill(row.begin(), row.end(), "");
       row.push_back(v == 0 ? "(intercept)" : covariates[v - 1]);
-      row.push_back(fixed(b[v]));
-      row.push_back(v == 0 ? "" : odds_text(b[v]));
+      row.push_back(runaway[v] ? no_finite_estimate : fixed(b[v]));
+      row.push_back(v == 0 || runaway[v] ? "" : odds_text(b[v]));
     }
   }
 
@@ -212,7 +217,8 @@ class lta_reporter {
           in_group(g));
       table_rows table{{"Status", "Covariate", "Coefficient", "Odds ratio"}};
       for (std::size_t s = 0; s < ns_; ++s)
-        add_rows(table, {answer_.status_labels[s]}, data_.starting, answer_.delta_beta[g][s]);
+        add_rows(table, {answer_.status_labels[s]}, data_.starting, answer_.delta_beta[g][s],
+                 answer_.delta_runaway[g][s]);
       text += aligned(table, 2);
     }
     return text;
@@ -229,7 +235,8 @@ class lta_reporter {
           for (std::size_t to = 0; to < ns_; ++to)
             add_rows(table,
                      {answer_.status_labels[from], answer_.status_labels[to], against(from, move)},
-                     data_.moving, answer_.tau_beta[g][move][from][to]);
+                     data_.moving, answer_.tau_beta[g][move][from][to],
+                     answer_.tau_runaway[g][move][from][to]);
         text += aligned(table, 4);
       }
     return text;

@@ -12,6 +12,7 @@ namespace tolvenra::cli {
 struct lta_fit : fit_record {
   std::vector<double> delta, tau, rho;
   std::vector<double> delta_beta, tau_beta;  ///< empty without covariates
+  runaway_directions start_runs, move_runs;  ///< of them
   std::vector<double> post;                  ///< (person, time, status)
 };
 

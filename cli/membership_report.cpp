@@ -28,7 +28,12 @@ std::string coefficient_table(const lca_data& data, const lca_answer& answer, st
     for (std::size_t v = 0; v < b.size(); ++v) {
       auto& row = rows.emplace_back();
       row = {v == 0 ? answer.class_labels[c] : "",
-             v == 0 ? "(intercept)" : data.covariates[v - 1].name, fixed(b[v])};
+             v == 0 ? "(intercept)" : data.covariates[v - 1].name};
+      if (answer.runaway[group][c][v]) {
+        row.emplace_back(no_finite_estimate);
+        continue;
+      }
+      row.push_back(fixed(b[v]));
       const uncertainty* known = errors ? &errors->beta[group][c][v] : nullptr;
       const bool interval = known && known->is == uncertainty::kind::known;
       if (known) row.push_back(interval ? fixed(known->se) : "");
@@ -43,7 +48,9 @@ std::string coefficient_table(const lca_data& data, const lca_answer& answer, st
 
 }  // namespace
 
-std::string membership_sections(const lca_data& data, const lca_answer& answer) {
+std::string membership_sections(const lca_data& data, const lca_options& options,
+                                const lca_answer& answer) {
+  const bool has_prior = options.prior_beta > 0.0;
   if (answer.beta.empty()) return "";
   std::string text = test_table(answer.tests, correction(data));
   const std::string against = data.model.binary ? "all other classes"
@@ -54,6 +61,8 @@ std::string membership_sections(const lca_data& data, const lca_answer& answer) 
     if (data.group) text += fmt::format(" in group {}", data.group->labels[g]);
     text += '\n' + coefficient_table(data, answer, g);
   }
+  if (answer.any_runaway)
+    text += runaway_paragraph("a class is empty, or certain,", has_prior ? "" : "--prior-beta");
   return text;
 }
 

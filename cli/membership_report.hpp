@@ -9,6 +9,7 @@ namespace tolvenra::cli {
 
 /// Tests of the covariates and a table of coefficients and odds ratios per group; empty without
 /// covariates.
-std::string membership_sections(const lca_data& data, const lca_answer& answer);
+std::string membership_sections(const lca_data& data, const lca_options& options,
+                                const lca_answer& answer);
 
 }  // namespace tolvenra::cli

@@ -33,7 +33,7 @@ class lca_reporter {
             fit_test_section(answer_.of_fit, "classes", true) + '\n' +
             search_section(options_, data_.model.start_given, answer_) + '\n' +
             standard_error_section(data_, options_, answer_) + share_section() +
-            membership_sections(data_, answer_) + response_sections();
+            membership_sections(data_, options_, answer_) + response_sections();
     if (options_.residuals) text += '\n' + residual_section(data_, answer_.residuals);
     return text;
   }

@@ -170,4 +170,15 @@ std::vector<std::string> with_latent_names(std::vector<std::string> heading,
   return heading;
 }
 
+std::string runaway_paragraph(const std::string& what, const std::string& prior_option) {
+  std::string text = fmt::format(
+      "No finite estimate: {} at some values of the covariates, and the likelihood goes on rising, "
+      "by next to nothing, as the coefficient grows. The other estimates and the tests stand.",
+      what);
+  if (!prior_option.empty())
+    text +=
+        fmt::format(" {} 1, a prior worth one case, makes all coefficients finite.", prior_option);
+  return paragraph(text);
+}
+
 }  // namespace tolvenra::cli

@@ -96,4 +96,11 @@ std::string response_table(const std::vector<const categories*>& items,
                         [&](auto j, auto k, auto c) { return fixed(probability(j, k, c)); });
 }
 
+/// What stands in the place of a coefficient that has none.
+inline constexpr const char* no_finite_estimate = "no finite estimate";
+
+/// Why that is, and what helps. \param what  the data do, "a class is empty" \param prior_option
+/// empty where a prior was given
+std::string runaway_paragraph(const std::string& what, const std::string& prior_option);
+
 }  // namespace tolvenra::cli

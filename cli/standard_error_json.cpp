@@ -23,7 +23,7 @@ json nested(const std::vector<T>& table, Map&& map) {
 }
 
 json error_or_null(const uncertainty& one) {
-  return one.is == kind::boundary ? json(nullptr) : json(one.se);
+  return one.is == kind::boundary || one.is == kind::runaway ? json(nullptr) : json(one.se);
 }
 
 template <class Map>

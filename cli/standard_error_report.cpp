@@ -12,6 +12,7 @@ std::string with_error(double estimate, const uncertainty& known) {
     case uncertainty::kind::boundary:
       return text + " boundary";
     case uncertainty::kind::fixed:
+    case uncertainty::kind::runaway:
       break;
   }
   return fmt::format("{:<{}}", text, width_with_error);

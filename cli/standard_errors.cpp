@@ -5,6 +5,8 @@
 #include <limits>
 #include <utility>
 
+#include "lca_answer.hpp"
+
 namespace tolvenra::cli {
 namespace {
 
@@ -60,12 +62,14 @@ class gatherer {
     }
   }
 
-  void gather_coefficients(const std::vector<std::vector<std::vector<double>>>& beta) {
-    for (std::size_t g = 0; g < beta.size(); ++g) {
+  void gather_coefficients(const lca_answer& answer) {
+    for (std::size_t g = 0; g < answer.beta.size(); ++g) {
       auto& of_group = to_.beta.emplace_back(nc_);
       for (std::size_t k = 0; k < nc_; ++k)
-        for (std::size_t v = 0; v < beta[g][k].size(); ++v)
-          of_group[k].push_back(coefficient(g, k, v, beta[g][k][v]));
+        for (std::size_t v = 0; v < answer.beta[g][k].size(); ++v)
+          of_group[k].push_back(answer.runaway[g][k][v]
+                                    ? uncertainty{kind::runaway}
+                                    : coefficient(g, k, v, answer.beta[g][k][v]));
     }
   }
 
@@ -137,8 +141,7 @@ uncertainty of_coefficient(double b, double se) {
 }
 
 standard_errors make_standard_errors(const lca_data& data, std::size_t classes, const lca_fit& fit,
-                                     const std::vector<std::size_t>& order,
-                                     const std::vector<std::vector<std::vector<double>>>& beta) {
+                                     const lca_answer& answer) {
   standard_errors errors;
   errors.given = fit.has_errors();
   if (!errors.given) {
@@ -146,10 +149,10 @@ standard_errors make_standard_errors(const lca_data& data, std::size_t classes, 
     return errors;
   }
   errors.held = fit.run_info[9];
-  gatherer gather(data, classes, fit, order, errors);
+  gatherer gather(data, classes, fit, answer.order, errors);
   gather.gather_shares();
   gather.gather_responses();
-  gather.gather_coefficients(beta);
+  gather.gather_coefficients(answer);
   return errors;
 }
 

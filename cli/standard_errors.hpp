@@ -13,8 +13,9 @@ namespace tolvenra::cli {
 struct uncertainty {
   enum class kind {
     known,
-    fixed,    ///< nothing was estimated: by a restriction, or the only one of its kind
-    boundary  ///< a probability of 0 or 1, or a coefficient that depends on one
+    fixed,     ///< nothing was estimated: by a restriction, or the only one of its kind
+    boundary,  ///< a probability of 0 or 1, or a coefficient that depends on one
+    runaway    ///< a coefficient without a finite estimate
   };
   kind is = kind::fixed;
   double se = 0.0;
@@ -41,11 +42,12 @@ struct standard_errors {
   [[nodiscard]] double largest_of_probabilities() const;
 };
 
+struct lca_answer;
+
 /// \param fit  completed, with standard errors asked for
-/// \param order  the engine's class (from 0) behind each printed one
+/// \param answer  with its order of the classes and its coefficients
 standard_errors make_standard_errors(const lca_data& data, std::size_t classes, const lca_fit& fit,
-                                     const std::vector<std::size_t>& order,
-                                     const std::vector<std::vector<std::vector<double>>>& beta);
+                                     const lca_answer& answer);
 
 /// The engine's report as the end of the sentence "Standard errors cannot be given: ...".
 std::string plain_reason(const std::string& message);

@@ -150,13 +150,14 @@ int32 run_stages(lca_run& run) {
 
 }  // namespace
 
-int32 run_lca(const lca_call& call) {
+int32 run_lca(const lca_call& call, const std::function<void(const fitted_start&)>& completed) {
   lca_run run(call);
   enter_lca(run);
   const int32 status = run_stages(run);
   copy_out_starts(run, {call.start_seeds, call.start_loglik, call.start_iter, call.start_converged,
                         call.start_status, call.run_info});
   if (status != 0) run.message.write(run.err);
+  if (status == 0 && completed) completed(*run.best);
   return status;
 }
 

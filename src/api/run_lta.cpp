@@ -131,13 +131,14 @@ int32 run_stages(lta_run& run) {
 
 }  // namespace
 
-int32 run_lta(const lta_call& call) {
+int32 run_lta(const lta_call& call, const std::function<void(const fitted_start&)>& completed) {
   lta_run run(call);
   enter_lta(run);
   const int32 status = run_stages(run);
   copy_out_starts(run, {call.start_seeds, call.start_loglik, call.start_iter, call.start_converged,
                         call.start_status, call.run_info});
   if (status != 0) run.message.write(run.err);
+  if (status == 0 && completed) completed(*run.best);
   return status;
 }
 
