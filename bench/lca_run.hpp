@@ -18,6 +18,7 @@ struct problem {
   std::vector<double> cov;  ///< (n, covariates)
   int covariates = 0;
   std::vector<std::int32_t> rho_restrictions;  ///< empty: all free
+  std::vector<double> fixed_rho;               ///< values of fixed elements; empty: none
 
   problem(int cases, int nitems, int ncategories, int nclasses)
       : n(cases),
@@ -30,7 +31,8 @@ struct problem {
   /// \return iterations of all starts
   int run(int starts, double criterion, int max_iter, int threads) const {
     std::vector<double> gamma(static_cast<std::size_t>(classes));
-    std::vector<double> rho(static_cast<std::size_t>(items * classes * categories));
+    std::vector<double> rho = fixed_rho;
+    rho.resize(static_cast<std::size_t>(items * classes * categories));
     std::vector<std::int32_t> iterations(static_cast<std::size_t>(starts));
     std::string message(400, ' ');
     api::lca_call call{};

@@ -1,6 +1,7 @@
 #include "estimation/restrictions.hpp"
 
 #include <algorithm>
+#include <string>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -15,6 +16,7 @@ struct wording {
   routine here;
   text_lines all_fixed;
   std::string_view parameters, tables;
+  std::vector<std::string_view> dimensions;  ///< of the array; "" for that of the sums
 };
 
 /// Calls body(m, offset) for every real element of the first `nrows` rows.
@@ -57,7 +59,32 @@ struct solved_rows {
   std::span<const double> values;
   const row_layout& rows;
   int32 nrows;
+  std::span<const std::size_t> offset;  ///< of a copy: its element for each of the family's array
+
+  /// Where row m begins in the family's array.
+  [[nodiscard]] std::size_t first_of(std::size_t m) const {
+    const auto first = static_cast<std::size_t>(rows.base(static_cast<int64>(m)));
+    const auto found = std::find(offset.begin(), offset.end(), first);
+    return offset.empty() ? first : static_cast<std::size_t>(found - offset.begin());
+  }
 };
+
+/// Refuses restrictions that leave no values for a row.
+/// \param first  offset of its first element in the family's array
+template <std::size_t R>
+int32 say_unmet(const prob_block<R>& block, std::size_t first, const wording& words,
+                error_type& err) {
+  const auto index = indices_at(block.code.n, static_cast<int64>(first));
+  std::string row;
+  for (std::size_t k = 0; k < R; ++k)
+    if (!words.dimensions[k].empty())
+      row += std::string(row.empty() ? "" : ", ") + std::string(words.dimensions[k]) + " " +
+             std::to_string(index[k]);
+  return fail(err, words.here,
+              {text("The equality and fixed restrictions on the ", words.parameters, " parameters"),
+               text("cannot all be satisfied at the same time."),
+               text("They leave no values for the probabilities of"), text(row, ".")});
+}
 
 template <std::size_t R>
 int32 decode(prob_block<R>& block, const solved_rows& solved, const wording& words,
@@ -69,17 +96,12 @@ int32 decode(prob_block<R>& block, const solved_rows& solved, const wording& wor
     err.occurred = true;
     return pass_on(err, words.here);
   }
-  bool consistent = false;
   if (allocation::allocate_under(words.tables, words.here, err, [&] {
         block.solver = row_solver(solved.code, solved.values, solved.rows, solved.nrows);
-        consistent = block.solver.consistent(solved.values);
       }) != 0)
     return -1;
-  if (!consistent)
-    return fail(
-        err, words.here,
-        {text("The equality and fixed restrictions on the ", words.parameters, " parameters"),
-         text("cannot all be satisfied at the same time.")});
+  if (const auto row = block.solver.unmet_row())
+    return say_unmet(block, solved.first_of(*row), words, err);
   row_layout shared = solved.rows;
   shared.nrows = solved.nrows;
   block.n_estimated = number_of_parameters_estimated(solved.code, shared);
@@ -88,7 +110,7 @@ int32 decode(prob_block<R>& block, const solved_rows& solved, const wording& wor
 
 template <std::size_t R>
 int32 decode(prob_block<R>& block, const wording& words, error_type& err) {
-  return decode(block, {block.code.flat, block.now.flat, block.rows, block.shared_rows}, words,
+  return decode(block, {block.code.flat, block.now.flat, block.rows, block.shared_rows, {}}, words,
                 err);
 }
 
@@ -146,7 +168,8 @@ int32 get_info_from_gamma_restriction(mlworkspace& work, error_type& err) {
        {"Gamma parameter restrictions were FIXED for all",
         "latent classes in a row; please free the", "gamma parameters for at least one class."},
        "gamma",
-       "get_info_from_gamma_restriction: work%gamma_rest_loc"},
+       "get_info_from_gamma_restriction: work%gamma_rest_loc",
+       {"", "stratum (group)"}},
       err);
 }
 
@@ -163,7 +186,8 @@ int32 get_info_from_rho_restriction(mlworkspace& work, error_type& err) {
                   "were FIXED for all response categories; please free the",
                   "rho parameters for at least one response category"},
                  "rho",
-                 "get_info_from_rho_restriction: work%rho_rest_loc"},
+                 "get_info_from_rho_restriction: work%rho_rest_loc",
+                 {"item", "class", "", "stratum (group)"}},
                 err);
 }
 
@@ -175,7 +199,8 @@ int32 get_info_from_delta_restriction(mlworkspace& work, error_type& err) {
        {"Delta parameter restrictions were FIXED for all",
         "latent statuses in a row; please free the", "delta parameters for at least one status."},
        "delta",
-       "get_info_from_delta_restriction: work%delta_rest_loc"},
+       "get_info_from_delta_restriction: work%delta_rest_loc",
+       {"", "class", "stratum (group)"}},
       err);
 }
 
@@ -187,7 +212,8 @@ int32 get_info_from_tau_restriction(mlworkspace& work, error_type& err) {
        {"Tau parameter restrictions were FIXED for all",
         "latent statuses in a row; please free the", "tau parameters for at least one status."},
        "tau",
-       "get_info_from_tau_restriction: work%tau_rest_loc"},
+       "get_info_from_tau_restriction: work%tau_rest_loc",
+       {"status", "", "time", "class", "stratum (group)"}},
       err);
 }
 
@@ -201,7 +227,8 @@ int32 get_info_from_big_rho_restriction(mlworkspace& work, error_type& err) {
                        "were FIXED for all response categories; please free the",
                        "rho parameters for at least one response category"},
                       "big_rho",
-                      "get_info_from_big_rho_restriction: work%big_rho_rest_loc"};
+                      "get_info_from_big_rho_restriction: work%big_rho_rest_loc",
+                      {"item", "status", "", "time", "class", "stratum (group)"}};
   const bool across_class = param.big_rho_equal_across_class;
   const bool across_time = param.big_rho_equal_across_time;
   const bool across_strata = param.big_rho_equal_across_strata;
@@ -219,7 +246,8 @@ int32 get_info_from_big_rho_restriction(mlworkspace& work, error_type& err) {
                       param.nrs.flat);
       }) != 0)
     return -1;
-  return decode(block, {pooled.code, pooled.now, pooled.rows, pooled.rows.nrows}, words, err);
+  return decode(block, {pooled.code, pooled.now, pooled.rows, pooled.rows.nrows, pooled.offset},
+                words, err);
 }
 
 int32 number_of_parameters_estimated(std::span<const int32> codes, const row_layout& rows) {

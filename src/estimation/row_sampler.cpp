@@ -11,10 +11,6 @@ namespace tolvenra::estimation {
 row_sampler::row_sampler(const row_solver& solver, const row_layout& layout,
                          std::vector<std::size_t> shared, std::span<const double> pseudo)
     : rules_(solver), layout_(layout), shared_(std::move(shared)) {
-  for (const auto& g : rules_.groups_)
-    if (g.dead) nothing_left_.insert(nothing_left_.end(), g.elements.begin(), g.elements.end());
-  for (const auto& r : rules_.rows_)
-    if (r.left == 0.0) nothing_left_.insert(nothing_left_.end(), r.free.begin(), r.free.end());
   set_prior(pseudo);
 }
 
@@ -109,7 +105,7 @@ int32 row_sampler::draw_masses(ran_state_type& state, const component& c, std::s
 
 int32 row_sampler::draw_rows(ran_state_type& state, std::span<double> values, const routine& here,
                              error_type& err) {
-  for (const std::size_t at : nothing_left_) values[at] = 0.0;
+  for (const auto& e : rules_.known_) values[e.at] = e.value;
   for (const component& c : rules_.components_) {
     if (!c.groups.empty() && draw_masses(state, c, values, here, err) != 0) return -1;
     for (const std::size_t m : c.rows) {
@@ -194,7 +190,7 @@ void row_sampler::estimate(std::span<const double> counts, std::span<const doubl
     for (int32 r = 0; r < length; ++r) out.n[at(r)] = n;
   }
   out.eff_n = out.n;
-  for (const std::size_t at : nothing_left_) out.q[at] = 0.0;
+  for (const auto& e : rules_.known_) out.q[e.at] = e.value;
   for (const component& c : rules_.components_) {
     sum_shapes(c);
     estimate_component(c, out);

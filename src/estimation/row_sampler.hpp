@@ -75,13 +75,12 @@ class row_sampler {
   row_solver rules_;
   row_layout layout_;
   std::vector<std::size_t> shared_;
-  std::vector<std::size_t> nothing_left_;  ///< elements that the restrictions force to 0
-  std::vector<double> prior_;              ///< prior counts by element, of the split of a free part
-  std::vector<double> pooled_prior_;       ///< and of the masses of groups and free parts
-  std::vector<double> sum_;                ///< counts of the sampled rows
-  std::vector<double> values_;             ///< and their values, where rows are shared
-  std::vector<double> masses_;             ///< pooled shapes of a component: groups, then free part
-  std::vector<double> shapes_, drawn_;     ///< of the vector at hand
+  std::vector<double> prior_;           ///< prior counts by element, of the split of a free part
+  std::vector<double> pooled_prior_;    ///< and of the masses of groups and free parts
+  std::vector<double> sum_;             ///< counts of the sampled rows
+  std::vector<double> values_;          ///< and their values, where rows are shared
+  std::vector<double> masses_;          ///< pooled shapes of a component: groups, then free part
+  std::vector<double> shapes_, drawn_;  ///< of the vector at hand
 };
 
 /// Logit of an estimate and its variance; the estimate is kept between 0.5/(n + 1) and

@@ -129,6 +129,7 @@ TEST(LcaRestriction, RandomPatternsReachFirstOrderConditions) {
     fit.rho_equal_strata = fit.nstr > 1 && pick(2) == 0;
     if (pick(3) == 0) fit.rho_prior = 0.5 + pick(3);
     if (pick(3) == 0) fit.gamma_prior = 1.0 + pick(3);
+    const int kinds = trial % 3 == 0 ? 7 : 20;  // of seven: the sums decide many of the values
     std::map<int, std::vector<std::size_t>> members;
     for (int g = 1; g <= fit.nstr; ++g)
       for (int c = 1; c <= fit.nc; ++c)
@@ -140,7 +141,7 @@ TEST(LcaRestriction, RandomPatternsReachFirstOrderConditions) {
               fit.rho[q] = fit.rho[rho_index(fit, j, c, r, 1)];
               continue;
             }
-            const int kind = pick(20);
+            const int kind = pick(kinds);
             if (kind < 4) members[kind == 0 ? 2147483647 : 1 + kind].push_back(q);
             if (kind == 4 && r > 1) {
               fit.rho_restrictions[q] = 0;
@@ -167,12 +168,14 @@ TEST(LcaRestriction, RandomPatternsReachFirstOrderConditions) {
     // Fixed zeros that no case can meet, or a class that loses all its cases: rightly refused.
     if (fit.status != 0 && fit.message.find("_denom") != std::string::npos) continue;
     verify_fit(fit);
-    if (fit.rho_prior > 0.0 || fit.gamma_prior > 0.0) expect_penalised_ascent(fit);
+    // Under a prior on zeros that the sums force the penalised value is minus infinity throughout.
+    if (std::isfinite(fit.fit_extra[4]) && (fit.rho_prior > 0.0 || fit.gamma_prior > 0.0))
+      expect_penalised_ascent(fit);
     ++fitted;
     if (HasFailure()) break;
   }
   EXPECT_GT(fitted, 500);
-  EXPECT_GT(refused, 5);
+  EXPECT_GT(refused, 50);
 }
 
 TEST(LcaRestriction, ImpossibleCodesAreRefused) {
@@ -203,6 +206,15 @@ TEST(LcaRestriction, ImpossibleCodesAreRefused) {
        {},
        "The following element in rho_restrictions was negative:\r\n( 1, 1, 1, 1 ) = -1\r\n"
        "OCCURRED IN: put_rho_restrictions in MOD param"},
+      {"two equal categories, one of 0.1 in another item",
+       {{0, 2}, {6, 2}, {1, 2}, {7, 0}},
+       {},
+       {},
+       "The equality and fixed restrictions on the rho parameters\r\n"
+       "cannot all be satisfied at the same time.\r\n"
+       "They leave no values for the probabilities of\r\nitem 1, class 1, stratum (group) 1.\r\n"
+       "OCCURRED IN: get_info_from_rho_restriction in MOD estimation\r\n"
+       "Could not get info from rho_restrictions."},
   };
   for (const auto& t : cases) {
     SCOPED_TRACE(t.why);
@@ -210,6 +222,7 @@ TEST(LcaRestriction, ImpossibleCodesAreRefused) {
     for (const auto& [at, code] : t.rho) fit.rho_restrictions[at] = code;
     for (const auto& [at, code] : t.gamma) fit.gamma_restrictions[at] = code;
     fit.rho.assign(12, 0.5);
+    fit.rho[7] = 0.9;
     EXPECT_EQ(fit.run(), -1);
     EXPECT_EQ(trimmed(fit.message).substr(0, t.lines.size()), t.lines);
   }
