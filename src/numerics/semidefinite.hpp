@@ -16,9 +16,6 @@ class semidefinite_factor {
   void clear(std::size_t n);
   /// Element of the lower triangle, i >= j.
   double& at(std::size_t i, std::size_t j) { return a_[i * n_ + j]; }
-  void add(std::size_t i, std::size_t j, double value) {
-    at(i < j ? j : i, i < j ? i : j) += value;
-  }
   /// Replaces the matrix by its factor.
   void factor();
   /// Replaces b by a solution.
