@@ -214,12 +214,13 @@ void fill_result(mlworkspace& work, mlresult_type& result) {
   result.filled = true;
 }
 
-/// Fixed elements add a constant, which is left out: a structural zero would add minus infinity.
+/// Fixed elements add a constant, which is left out: a structural zero would add minus infinity. So
+/// would what the sums of the others force to zero; a prior keeps everything else above it.
 template <std::size_t R>
 double log_prior_of(const prob_block<R>& block) {
   double sum = 0.0;
   for (std::size_t q = 0; q < block.pseudo.size(); ++q)
-    if (block.pseudo[q] > 0.0 && block.code.flat[q] != 0)
+    if (block.pseudo[q] > 0.0 && block.code.flat[q] != 0 && block.now.flat[q] > 0.0)
       sum += block.pseudo[q] * std::log(block.now.flat[q]);
   return sum;
 }
