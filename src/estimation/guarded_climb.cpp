@@ -9,7 +9,6 @@ namespace tolvenra::estimation {
 namespace {
 
 constexpr double relative_tolerance = 1e-5F;  ///< as the fitter has it
-constexpr double largest_predictor = 700.0;  ///< a little below the logarithm of the largest double
 
 /// The slopes of the objective along the directions of one round, and what steps along them do.
 class round_of_steps {

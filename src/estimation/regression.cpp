@@ -94,13 +94,15 @@ class attempts {
   /// 1 and 2: Newton from the coefficients at hand, with a check for effects that are truly zero;
   /// 3: from zero; 4 and 5: the guarded climb from both. \return what the last one reached
   attempt run() {
-    const bool known = !row_.climbs && row_.margin > 1e3 * held_below;
-    if (!known) look_at_begin();
+    const bool fresh = row_.margin < 0.0;
+    if (row_.climbs || !(fresh || informed())) look_at_begin();
     if (!row_.climbs && !directions_.any_flat()) {
-      attempt reached = plain_fits();
-      if (reached == attempt::converged) return reached;
-      if (fit_.aliased || !(surface_.order() > 0)) return reached;
-      if (known) look_at_begin();
+      const attempt reached = plain_fits();
+      if (reached == attempt::converged && (!fresh || informed())) return reached;
+      if (fit_.aliased || surface_.order() == 0) return reached;
+      if (!value_) look_at_begin();
+      if (reached == attempt::converged && !directions_.any_flat() && risen(fit_.coefficients))
+        return reached;
     }
     if (!has_basis_) return attempt::failed;
     const array<double, 2> movable = movable_directions(surface_, begin_, directions_);
@@ -114,7 +116,11 @@ class attempts {
   [[nodiscard]] const fitter& newton() const { return newton_; }
 
  private:
-  /// Directions by information where the M-step begins.
+  /// Whether the last fit left no direction near the limit below which they are held.
+  [[nodiscard]] bool informed() const { return row_.margin > 1e3 * held_below; }
+
+  /// Directions by information where the M-step begins. It costs more than the fit of an ordinary
+  /// regression, which does not need it.
   void look_at_begin() {
     has_basis_ = reference_basis(fit_, basis_);
     if (!has_basis_) return;
@@ -131,10 +137,8 @@ class attempts {
       fit_.coefficients = *from;
       reached = newton_.settle(fit_.coefficients);
       if (reached != attempt::converged) continue;
-      if (value_ && !(surface_.objective(fit_.coefficients) >= *value_ - slack()))
-        reached = attempt::not_converged;
-      else
-        break;
+      if (!value_ || risen(fit_.coefficients)) break;
+      reached = attempt::not_converged;
     }
     if (reached == attempt::converged) row_.margin = newton_.margin();
     return reached;
@@ -143,8 +147,7 @@ class attempts {
   attempt guarded(array<double, 2> from, const array<double, 2>& movable) {
     const climb_outcome outcome = climb(surface_, movable, fit_.limits, from);
     if (!outcome.finite) return attempt::failed;
-    if (!outcome.converged || !(surface_.objective(from) >= *value_ - slack()))
-      return attempt::not_converged;
+    if (!outcome.converged || !risen(from)) return attempt::not_converged;
     const bool held = movable.n[1] < surface_.order();
     row_.margin = held ? 0.0 : outcome.margin;
     row_.climbs = !(row_.margin > runaway_below);
@@ -169,8 +172,10 @@ class attempts {
     return rest;
   }
 
-  /// What rounding of the sums may take from an objective.
-  [[nodiscard]] double slack() const { return 1e-12 * (1.0 + std::abs(*value_)); }
+  /// Whether the objective is not below that of the beginning, but for rounding of the sums.
+  [[nodiscard]] bool risen(const array<double, 2>& beta) {
+    return surface_.objective(beta) >= *value_ - 1e-12 * (1.0 + std::abs(*value_));
+  }
 
   regression& fit_;
   fitted_row& row_;

@@ -72,9 +72,9 @@ struct regression {
 struct fitted_row {
   std::vector<double> shares;  ///< (r) of the binary form: proportions q of the other categories
   bool climbs = false;         ///< the last fit needed the guarded climb and is not regular since
-  /// Bound from below on the information of any direction, per 1 + |objective| of the last fit;
-  /// 0 where nothing is known.
-  double margin = 0.0;
+  /// Bound from below on the information of any direction, per 1 + |objective| of the last fit; 0
+  /// where nothing is known, negative before the first fit.
+  double margin = -1.0;
   /// Where coefficients have no finite estimate, for each flat direction: (p, r) changes of the
   /// user's coefficients, each relative to its column. Filled after the last M-step.
   std::vector<array<double, 2>> runaway;
