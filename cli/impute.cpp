@@ -1,8 +1,8 @@
-// The one file of the command that calls the engine other than through tolvenra.h: no export starts
-// data augmentation.
+// No export starts data augmentation.
 #include <utility>
 
 #include "api/augmentation.hpp"
+#include "fit_call.hpp"
 #include "imputation.hpp"
 
 namespace tolvenra::cli {
@@ -15,25 +15,6 @@ combined_estimates taken(api::combined_estimates& from) {
 
 combined_parameter taken(api::combined_parameter& from) {
   return {taken(from.probability), taken(from.logit)};
-}
-
-/// Sets what both calls have in common.
-template <class Call>
-void set_common(Call& call, const case_data& data, const analysis_options& options,
-                std::vector<char>& message, tolvenra_progress* progress) {
-  call.progress = progress;
-  call.nkase = static_cast<std::int32_t>(data.rows);
-  call.nstr = static_cast<std::int32_t>(data.groups());
-  call.strata_given = data.group ? 1 : 0;
-  call.strata = data.group ? data.group->code.data() : nullptr;
-  call.freq_given = data.freq.empty() ? 0 : 1;
-  call.freq = data.freq.data();
-  call.seed = options.seed;
-  call.criterion = options.criterion;
-  call.max_iter = options.max_iter;
-  call.max_threads = options.threads;
-  call.msg_len = static_cast<std::int32_t>(message.size());
-  call.message = message.data();
 }
 
 api::imputation_request request_of(const imputation_options& wanted,
@@ -64,7 +45,7 @@ imputation impute(const lca_data& data, const lca_options& options,
   std::vector<char> message(8192, ' ');
 
   api::lca_call call{};
-  set_common(call, data, options, message, progress);
+  set_inputs(call, data, options, message, progress);
   call.nci = static_cast<std::int32_t>(data.items.size());
   call.nrc = nrc.data();
   call.nrcmax = most_categories_of(data);
@@ -104,7 +85,7 @@ imputation impute(const lta_data& data, const lta_options& options,
   std::vector<char> message(8192, ' ');
 
   api::lta_call call{};
-  set_common(call, data, options, message, progress);
+  set_inputs(call, data, options, message, progress);
   call.ni = static_cast<std::int32_t>(nrs.size());
   call.nrs = nrs.data();
   call.nrsmax = most_categories_of(data);

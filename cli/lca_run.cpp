@@ -4,6 +4,7 @@
 
 #include "api/findings.hpp"
 #include "covariate_scale.hpp"
+#include "fit_call.hpp"
 
 namespace tolvenra::cli {
 namespace {
@@ -56,18 +57,13 @@ lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progr
   std::uint8_t converged = 0;
 
   api::lca_call call{};
-  call.progress = progress;
+  set_inputs(call, data, options, message, progress);
+  set_results(call, fit, starts, converged);
   call.nci = static_cast<std::int32_t>(data.items.size());
   call.nrc = nrc.data();
   call.nrcmax = most_categories_of(data);
-  call.nkase = static_cast<std::int32_t>(data.rows);
   call.ncov = ncov;
-  call.nstr = static_cast<std::int32_t>(data.groups());
   call.y = y.data();
-  call.strata_given = data.group ? 1 : 0;
-  call.strata = data.group ? data.group->code.data() : nullptr;
-  call.freq_given = data.freq.empty() ? 0 : 1;
-  call.freq = data.freq.data();
   call.weight_given = data.weight.empty() ? 0 : 1;
   call.weight = data.weight.data();
   call.clusters = data_or_null(data.cluster);
@@ -82,51 +78,23 @@ lca_fit run_lca(const lca_data& data, const lca_options& options, tolvenra_progr
   call.beta = data_or_null(fit.beta);
   call.want_post = want_post ? 1 : 0;
   call.post_cls = data_or_null(fit.post_cls);
-  call.response_patterns = fit.response_patterns.data();
-  call.pattern_counts = fit.pattern_counts.data();
   call.se_option = data.errors_wanted ? 1 : 0;
   call.std_gamma = data_or_null(fit.std_gamma);
   call.std_gamma_model = data_or_null(fit.std_gamma_model);
   call.std_rho = data_or_null(fit.std_rho);
   call.cov_b = data_or_null(fit.cov_b);
   call.deff = &fit.deff;
-  call.run_info = fit.run_info.data();
   call.start_given = model.start_given ? 1 : 0;
   call.gamma_restrictions = data_or_null(model.gamma_code);
   call.rho_restrictions = data_or_null(model.rho_code);
   call.nstarts = nstarts;
-  call.seed = options.seed;
-  call.start_seeds = starts.seed.data();
-  call.start_loglik = starts.loglik.data();
-  call.start_converged = starts.converged.data();
-  call.start_iter = starts.iterations.data();
-  call.start_status = starts.status.data();
   call.beta_prior_strength = options.prior_beta;
   call.rho_prior_strength = options.prior_rho;
   call.gamma_prior_strength = options.prior_gamma;
-  call.criterion = options.criterion;
-  call.max_iter = options.max_iter;
-  call.max_threads = options.threads;
-  call.converged = &converged;
-  call.iterations = &fit.iterations;
-  call.loglik = &fit.loglik;
-  call.overflow_count = &fit.overflow_count;
-  call.apparent_df = &fit.apparent_df;
-  call.n_params = fit.n_params.data();
-  call.G2 = &fit.G2;
-  call.fit_extra = fit.fit_extra.data();
-  call.cat_loglik = &fit.cat_loglik;
-  call.cat_g2 = &fit.cat_g2;
-  call.cat_df = &fit.cat_df;
   call.n_clusters = &fit.n_clusters;
   call.cluster_min = &fit.cluster_min;
   call.cluster_max = &fit.cluster_max;
   call.want_tests = ncov > 0 ? 1 : 0;
-  call.test_stat = data_or_null(fit.test_stat);
-  call.test_p = data_or_null(fit.test_p);
-  call.test_status = data_or_null(fit.test_status);
-  call.msg_len = static_cast<std::int32_t>(message.size());
-  call.message = message.data();
   api::run_findings found;
   fit.completed = api::run_lca(call, found) == 0;
 

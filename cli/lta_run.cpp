@@ -4,6 +4,7 @@
 
 #include "api/findings.hpp"
 #include "covariate_scale.hpp"
+#include "fit_call.hpp"
 
 namespace tolvenra::cli {
 namespace {
@@ -70,18 +71,15 @@ lta_fit run_lta(const lta_data& data, const lta_options& options, tolvenra_progr
   std::uint8_t converged = 0;
 
   api::lta_call call{};
-  call.progress = progress;
+  set_inputs(call, data, options, message, progress);
+  set_results(call, fit, starts, converged);
   call.ni = size(nrs);
   call.nrs = nrs.data();
   call.nrsmax = most_categories_of(data);
   call.nt = size(data.times);
-  call.nkase = static_cast<std::int32_t>(data.rows);
   call.ncov_delta = size(data.starting);
   call.ncov_tau = size(data.moving);
-  call.nstr = static_cast<std::int32_t>(data.groups());
   call.y = y.data();
-  call.strata_given = data.group ? 1 : 0;
-  call.strata = data.group ? data.group->code.data() : nullptr;
   call.freq_given = data.engine_freq.empty() ? 0 : 1;
   call.freq = data_or_null(data.engine_freq);
   call.cov = data_or_null(cov);
@@ -101,40 +99,12 @@ lta_fit run_lta(const lta_data& data, const lta_options& options, tolvenra_progr
   call.tau_beta = data_or_null(fit.tau_beta);
   call.want_post = 1;
   call.post_cls_sta = fit.post.data();
-  call.response_patterns = fit.response_patterns.data();
-  call.pattern_counts = fit.pattern_counts.data();
   call.nstarts = &nstarts;
-  call.start_seeds = starts.seed.data();
-  call.start_loglik = starts.loglik.data();
-  call.start_converged = starts.converged.data();
-  call.start_iter = starts.iterations.data();
-  call.start_status = starts.status.data();
   call.random_starts = model.start_given ? 0 : 1;
   call.delta_restrictions = data_or_null(model.delta_code);
   call.tau_restrictions = data_or_null(model.tau_code);
   call.big_rho_restrictions = data_or_null(model.rho_code);
-  call.seed = options.seed;
   call.prior_strength = options.prior_strength;
-  call.criterion = options.criterion;
-  call.max_iter = options.max_iter;
-  call.max_threads = options.threads;
-  call.converged = &converged;
-  call.iterations = &fit.iterations;
-  call.run_info = fit.run_info.data();
-  call.loglik = &fit.loglik;
-  call.overflow_count = &fit.overflow_count;
-  call.apparent_df = &fit.apparent_df;
-  call.n_params = fit.n_params.data();
-  call.G2 = &fit.G2;
-  call.cat_loglik = &fit.cat_loglik;
-  call.cat_g2 = &fit.cat_g2;
-  call.cat_df = &fit.cat_df;
-  call.fit_extra = fit.fit_extra.data();
-  call.test_stat = data_or_null(fit.test_stat);
-  call.test_p = data_or_null(fit.test_p);
-  call.test_status = data_or_null(fit.test_status);
-  call.msg_len = static_cast<std::int32_t>(message.size());
-  call.message = message.data();
   api::run_findings found;
   fit.completed = api::run_lta(call, found) == 0;
 
