@@ -170,6 +170,7 @@ double regression_surface::reach(const double* direction) const {
 predictor_room regression_surface::room_for(const double* step,
                                             const array<double, 2>& beta) const {
   constexpr double most = 700.0;  // its exponential leaves room for sums
+  constexpr double rounding = 1e-11;
   predictor_room room;
   double bound = reach_bound(step);
   for (int32 k = 1; k <= categories_; ++k) {
@@ -182,11 +183,15 @@ predictor_room regression_surface::room_for(const double* step,
     for (int32 q = 0; q < order_; q += columns_) {
       double now = 0.0;
       double change = 0.0;
+      double size = 0.0;
       for (int32 j = 1; j <= columns_; ++j) {
+        const double part = fit_.x(u, j) * step[q + j - 1];
         now += fit_.x(u, j) * beta(j, category(q));
-        change += fit_.x(u, j) * step[q + j - 1];
+        change += part;
+        size += std::abs(part);
       }
-      if (!(now + change > most) || !(change > 0.0)) continue;
+      // A step that leaves a predictor at the limit alone changes it by rounding.
+      if (!(now + change > most) || !(change > rounding * size)) continue;
       const double share = std::max((most - now) / change, 0.0);
       if (share >= room.share) continue;
       room.share = share;
