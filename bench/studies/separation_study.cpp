@@ -48,9 +48,9 @@ struct tally {
     if (o.at_limit() && o.left > most_kept_back) most_kept_back = o.left;
     if (!(o.below <= tolerance)) {
       ++below;
-      if (o.resumed <= tolerance)
+      if (o.left <= tolerance || o.resumed <= tolerance)
         ++at_other_maximum;
-      else if (o.resumed_at_limit)
+      else if (o.at_limit())
         ++by_range;
       else
         ++unexplained;

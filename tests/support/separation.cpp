@@ -339,7 +339,6 @@ separation_outcome compare(Problem p, int em_steps, int threads) {
     model.hand_over(best->theta, again);
     if (again.run() == 0) {
       out.resumed = best->penalised - again.fit_extra[4];
-      out.resumed_at_limit = model.largest_predictor(model.estimates(again)) > 699.0;
     } else {
       out.resumed = std::numeric_limits<double>::infinity();
       out.failure = "resumed: " + first_line(again.message);

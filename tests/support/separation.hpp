@@ -29,10 +29,9 @@ struct separation_outcome {
   double below = 0.0;          ///< how far the criterion lies below the best naive maximum
   int best_start = 0;          ///< the start of that maximum, from 1
   double of_that_start = 0.0;  ///< how far the engine's log-likelihood from that start lies below
-  /// How far a fit that starts at the naive maximum lies below it, and whether its predictors are
-  /// at their limit; where the best start is below by more than 1e-4.
+  /// Where the best start is below by more than 1e-4: how far a fit that begins at the naive
+  /// maximum (and with a prior takes its labels from there) lies below it.
   double resumed = 0.0;
-  bool resumed_at_limit = false;
   double left = 0.0;  ///< what the naive maximiser gains from the engine's own estimates
 
   /// The engine keeps predictors at 700, within the range of exp.
