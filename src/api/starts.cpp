@@ -46,10 +46,14 @@ int32 relabel_priors(const start_search& search, start_outcome& outcome,
   param_type own = plain.param;
   mlresult_type result;
   mlworkspace work;
-  if (put_start(*search.base, param, own, outcome.report) != 0 ||
-      estimation::run_em_modelfit(plain.dataset, *search.model, own, result, work, outcome.report,
-                                  controls) != 0)
-    return -1;
+  if (put_start(*search.base, param, own, outcome.report) != 0) return -1;
+  if (estimation::run_em_modelfit(plain.dataset, *search.model, own, result, work, outcome.report,
+                                  controls) != 0) {
+    // A class that dies out there need not do so with covariates: the start's own values tell the
+    // labels.
+    if (search.progress->cancelled()) return -1;
+    err_reset(outcome.report);
+  }
   if (param.ni > 0)
     return put_status_priors(plain.param, match_status_labels(own, plain.param),
                              search.strengths.status, param, outcome.report);

@@ -116,18 +116,6 @@ void note(const regression& fit, const regression_surface& surface,
   }
 }
 
-/// The step to the maximum along the directions that are not flat.
-std::vector<double> newton_step(const regression_surface& surface,
-                                const direction_set& directions) {
-  std::vector<double> step(at(surface.order()), 0.0);
-  for (int32 i = 1; i <= directions.count(); ++i) {
-    if (directions.flat[at(i - 1)]) continue;
-    const double length = surface.slope(directions.v.column(i)) / directions.information[at(i - 1)];
-    for (int32 q = 1; q <= surface.order(); ++q) step[at(q - 1)] += length * directions.v(q, i);
-  }
-  return step;
-}
-
 /// Every direction is flat where nobody is expected.
 std::vector<std::vector<double>> unit_directions(int32 order) {
   std::vector<std::vector<double>> all;
@@ -218,6 +206,13 @@ direction_set find_directions(const regression_surface& surface, const array<dou
   return found;
 }
 
+double most_to_gain(const regression_surface& surface, const direction_set& directions,
+                    std::size_t i, double slope) {
+  const double* v = directions.v.column(static_cast<int32>(i) + 1);
+  const double far = 1e4 * std::abs(slope) / surface.reach_bound(v);
+  return std::min(0.5 * slope * slope / directions.information[i], far);
+}
+
 array<double, 2> movable_directions(regression_surface& surface, const array<double, 2>& beta,
                                     const direction_set& directions) {
   // What a Newton step along a flat direction would gain decides first: single cases that the
@@ -229,8 +224,11 @@ array<double, 2> movable_directions(regression_surface& surface, const array<dou
     if (held) {
       const double* v = directions.v.column(i);
       const double slope = surface.slope(v);
-      const double gain = 0.5 * slope * slope / directions.information[at(i - 1)];
-      held = !(gain >= negligible) && !(slope * surface.third_moment(beta, v) > 0.0);
+      const double reach = surface.reach_bound(v);
+      const bool forgotten =
+          !(directions.information[at(i - 1)] > 1e-6 * negligible * reach * reach);
+      held = !(most_to_gain(surface, directions, at(i - 1), slope) >= negligible) &&
+             (forgotten || !(slope * surface.third_moment(beta, v) > 0.0));
     }
     if (!held) movable.push_back(i);
   }
@@ -265,12 +263,6 @@ void find_runaways(regression& fit, const double* beta, int32 threads, fitted_ro
     const double reach = surface.reach(v);
     flat.emplace_back(v, v + surface.order());
     for (double& value : flat.back()) value /= reach;
-  }
-  std::vector<double> ahead = newton_step(surface, found);
-  if (surface.room_for(ahead.data(), fit.coefficients).share < 1e-3) {  // at the end of exp's range
-    const double reach = surface.reach(ahead.data());
-    for (double& value : ahead) value /= reach;
-    flat.push_back(std::move(ahead));
   }
   if (!flat.empty()) note(fit, surface, flat, row);
 }

@@ -48,6 +48,11 @@ array<double, 2> reference_of(const regression& fit);
 direction_set find_directions(const regression_surface& surface, const array<double, 2>& basis,
                               double limit);
 
+/// What a step along a direction gains at most: a Newton step's gain, and the objective, being
+/// concave, no more than its slope over a change of the predictors by 1e4.
+double most_to_gain(const regression_surface& surface, const direction_set& directions,
+                    std::size_t i, double slope);
+
 /// Basis of the directions in which an M-step may move: all but the flat ones along which what is
 /// to be gained is negligible and leads to even less information. A way back is never closed.
 array<double, 2> movable_directions(regression_surface& surface, const array<double, 2>& beta,

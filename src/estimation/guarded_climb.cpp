@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "estimation/flat_directions.hpp"
 
@@ -18,18 +19,24 @@ class round_of_steps {
       : surface_(surface), directions_(find_directions(surface, basis, held_below)) {
     for (int32 i = 1; i <= directions_.count(); ++i)
       slope_.push_back(surface.slope(directions_.v.column(i)));
-    for (std::size_t i = 0; i < slope_.size(); ++i) returns_.push_back(returns(i, beta));
+    for (std::size_t i = 0; i < slope_.size(); ++i) {
+      returns_.push_back(returns(i, beta));
+      vain_.push_back(!(most_to_gain(surface, directions_, i, slope_[i]) >= negligible()));
+      if (returns_.back()) vain_.back() = false;
+    }
   }
 
   /// The step at a damping: its sum, what it gains to second order, whether it is flat anywhere.
-  void form(double damping) {
+  /// Directions that are flat have a damping of their own.
+  void form(double damping, double flat_damping) {
     step.assign(static_cast<std::size_t>(surface_.order()), 0.0);
     gain = 0.0;
     moves_flat = false;
     for (std::size_t i = 0; i < slope_.size(); ++i) {
-      if (slope_[i] == 0.0) continue;
+      if (slope_[i] == 0.0 || (directions_.flat[i] && vain_[i])) continue;
       const double information = directions_.information[i];
-      const double length = slope_[i] / (information + damping);
+      const double length =
+          slope_[i] / (information + (directions_.flat[i] ? flat_damping : damping));
       const double gained = length * (slope_[i] - 0.5 * information * length);
       if (directions_.flat[i] && !returns_[i] && !(gained >= negligible())) continue;
       moves_flat = moves_flat || directions_.flat[i];
@@ -67,14 +74,18 @@ class round_of_steps {
   bool moves_flat = false;
 
  private:
+  /// Information so small that no way leads back: rounding would be taken for one.
+  [[nodiscard]] double forgotten() const { return 1e-15 * (1.0 + std::abs(surface_.value)); }
   [[nodiscard]] double negligible() const { return 1e-12 * (1.0 + std::abs(surface_.value)); }
 
   /// Whether a flat direction leads back to more information by a step worth taking: EM brings a
   /// class back a little at a time.
   [[nodiscard]] bool returns(std::size_t i, const array<double, 2>& beta) {
     const double* v = directions_.v.column(static_cast<int32>(i) + 1);
-    const double moved = std::abs(slope_[i]) * surface_.reach_bound(v);
-    return directions_.flat[i] && moved > relative_tolerance * directions_.information[i] &&
+    const double reach = surface_.reach_bound(v);
+    const double moved = std::abs(slope_[i]) * reach;
+    return directions_.flat[i] && directions_.information[i] > forgotten() * reach * reach &&
+           moved > relative_tolerance * directions_.information[i] &&
            slope_[i] * surface_.third_moment(beta, v) > 0.0;
   }
 
@@ -87,64 +98,52 @@ class round_of_steps {
   direction_set directions_;
   std::vector<double> slope_;
   std::vector<bool> returns_;
+  std::vector<bool> vain_;  ///< no step along the direction gains anything
 };
-
-/// The directions of a basis that leave a predictor as it is.
-array<double, 2> within(const array<double, 2>& basis, const std::vector<double>& normal) {
-  array<double, 2> along, identity, rest;
-  along.allocate({basis.n[1], 1});
-  identity.allocate({basis.n[1], basis.n[1]});
-  for (int32 i = 1; i <= basis.n[1]; ++i) {
-    identity(i, i) = 1.0;
-    for (int32 q = 1; q <= basis.n[0]; ++q)
-      along(i, 1) += basis(q, i) * normal[static_cast<std::size_t>(q - 1)];
-  }
-  const array<double, 2> inner = complement_of(along, identity);
-  rest.allocate({basis.n[0], inner.n[1]});
-  for (int32 j = 1; j <= inner.n[1]; ++j)
-    for (int32 i = 1; i <= inner.n[0]; ++i)
-      for (int32 q = 1; q <= basis.n[0]; ++q) rest(q, j) += basis(q, i) * inner(i, j);
-  return rest;
-}
 
 }  // namespace
 
-climb_outcome climb(regression_surface& surface, array<double, 2> basis, const climb_limits& limits,
-                    array<double, 2>& beta) {
+climb_outcome climb(regression_surface& surface, const array<double, 2>& basis,
+                    const climb_limits& limits, array<double, 2>& beta) {
   climb_outcome outcome;
   const double unit = surface.total();  // information at equal probabilities
   double damping = 1e-8;
-  bool cut = false;  // by the range of exp
+  double flat_damping = 1e-8;
   for (int32 round = 0; round < limits.rounds; ++round) {
     surface.expand(beta);
     if (!std::isfinite(surface.value)) return {false, false, 0.0};
     round_of_steps steps(surface, basis, beta);
-    outcome.margin = cut ? 0.0 : steps.weakest() / (1.0 + std::abs(surface.value));
-    predictor_room room;
-    bool risen = false;
-    for (int32 raise = 0; raise < limits.raises && !risen; ++raise) {
-      steps.form(damping * unit);
-      room = surface.room_for(steps.step.data(), beta);
-      for (double& part : steps.step) part *= room.share;
+    outcome.margin = steps.weakest() / (1.0 + std::abs(surface.value));
+    bool skipped = false;  // a step along flat directions, which is tried again
+    const auto try_step = [&](double flat) {
+      steps.form(damping * unit, flat * unit);
       array<double, 2> trial = beta;
       surface.add(steps.step.data(), trial);
-      risen = steps.is_short() || surface.objective(trial) > surface.value;
-      if (risen)
-        beta = std::move(trial);
-      else
-        damping *= 10.0;
+      const bool rises = steps.is_short() || surface.objective(trial) > surface.value;
+      if (rises) beta = std::move(trial);
+      return rises;
+    };
+    bool risen = false;
+    for (int32 raise = 0; raise < limits.raises && !risen; ++raise) {
+      risen = try_step(flat_damping);
+      if (risen || !steps.moves_flat) {
+        damping *= risen ? 0.1 : 10.0;
+        flat_damping *= risen ? 0.1 : 1.0;
+        continue;
+      }
+      // Rounding of what has all but vanished must not hold up the others.
+      flat_damping *= 10.0;
+      risen = try_step(std::numeric_limits<double>::infinity());
+      damping *= risen ? 0.1 : 10.0;
+      skipped = risen;
     }
     // At the maximum rounding hides any further ascent, and nowhere else.
     const bool at_top = !risen && steps.gain <= 1e-10 * (1.0 + std::abs(surface.value));
-    const bool stopped = risen && room.share < 1.0;
-    if (at_top || (risen && !stopped && !steps.moves_flat && steps.settled(beta))) {
+    if (at_top || (risen && !skipped && !steps.moves_flat && steps.settled(beta))) {
       outcome.converged = true;
       return outcome;
     }
     if (!risen) return outcome;
-    if (stopped) basis = within(basis, room.normal);
-    cut = cut || stopped;
-    damping /= 10.0;
   }
   return outcome;
 }

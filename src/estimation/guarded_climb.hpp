@@ -24,11 +24,9 @@ struct climb_outcome {
 /// Directions that are flat stop by gain: a step along one that gains less than 1e-12 (1 +
 /// |objective|) is not taken, unless it leads back to more information. The others stop by the
 /// fitter's test: no free coefficient's Newton step reaches 1e-5 of it, or none 1e-8 (1 + the
-/// largest coefficient). The objective never falls. No predictor leaves the range in which exp is
-/// finite: the step that would is cut short, and the climb goes on in the directions that leave
-/// this predictor alone.
+/// largest coefficient). The objective never falls.
 /// \param[in,out] beta  (p, fitted categories) scaled coefficients
-climb_outcome climb(regression_surface& surface, array<double, 2> basis, const climb_limits& limits,
-                    array<double, 2>& beta);
+climb_outcome climb(regression_surface& surface, const array<double, 2>& basis,
+                    const climb_limits& limits, array<double, 2>& beta);
 
 }  // namespace tolvenra::estimation

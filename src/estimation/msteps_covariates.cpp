@@ -92,7 +92,7 @@ int32 load_beta(mlworkspace& work, error_type& err) {
   return predict_gamma(work, err);
 }
 
-int32 predict_gamma(mlworkspace& work, error_type& err) {
+int32 predict_gamma(mlworkspace& work, error_type& err, double limit) {
   constexpr routine here{"mstep_beta", "estimation"};
   const int32 width = work.classes.width;
   work.classes.prior.resize(static_cast<std::size_t>(work.rows->covariates.count) *
@@ -102,7 +102,7 @@ int32 predict_gamma(mlworkspace& work, error_type& err) {
     const regression& fit = work.beta.fits[at];
     double* p = work.classes.prior.data() + std::ptrdiff_t{width} * patterns_of(work, g).first;
     if (predict(fit, &work.beta.now(1, 1, g), work.beta.rows[at].shares, p, width, "gamma", here,
-                err) != 0)
+                err, limit) != 0)
       return -1;
     for (int32 c = 1; c <= work.latent.nc; ++c) work.gamma.now(c, g) = 0.0;
     for (int32 u = 1; u <= fit.x.n[0]; ++u, p += width) {
@@ -124,7 +124,7 @@ int32 mstep_beta(mlworkspace& work, error_type& err) {
                        where, err) != 0)
       return -1;
   }
-  return predict_gamma(work, err);
+  return predict_gamma(work, err, any_predictor);
 }
 
 void find_class_runaways(mlworkspace& work) {

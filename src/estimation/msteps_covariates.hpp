@@ -16,8 +16,8 @@ int32 load_beta(mlworkspace& work, error_type& err);
 
 /// Class probabilities of every covariate pattern from beta.now; gamma.now becomes their average
 /// over the cases of each stratum. \return 0, or -1 with "exp for gamma" (predictor above
-/// 709.782712893384) or "denom for gamma"
-int32 predict_gamma(mlworkspace& work, error_type& err);
+/// 709.782712893384) or "denom for gamma"; `limit` as in predict
+int32 predict_gamma(mlworkspace& work, error_type& err, double limit = largest_exponent);
 
 /// Regresses the posterior classes on the covariates, stratum by stratum, and predicts anew.
 /// \param[in,out] work  reads post.cls; writes beta.now, classes.prior, gamma.now

@@ -216,7 +216,7 @@ void scatter(const std::vector<double>& own, const mlworkspace& work, const plac
 
 /// Probabilities of a row at every pattern of its stratum, into the tables.
 template <class Family>
-int32 predict_row(mlworkspace& work, const place& p, error_type& err) {
+int32 predict_row(mlworkspace& work, const place& p, double limit, error_type& err) {
   auto& block = Family::block(work);
   regression& fit = block.fits[Family::design(work, p)];
   aim<Family>(work, p, fit);
@@ -226,7 +226,7 @@ int32 predict_row(mlworkspace& work, const place& p, error_type& err) {
   const std::vector<double> beta = gather<Family>(block.now, work, p);
   return predict(fit, beta.data(), block.rows[Family::row(work, p)].shares,
                  &Family::tables(work.statuses)[first], static_cast<int32>(step), Family::name,
-                 Family::here, err);
+                 Family::here, err, limit);
 }
 
 /// The transposed matrices follow the matrices.
@@ -240,9 +240,9 @@ void transpose_transitions(status_tables& tables) {
 }
 
 template <class Family>
-int32 predict_all(mlworkspace& work, error_type& err) {
+int32 predict_all(mlworkspace& work, double limit, error_type& err) {
   if (for_each_place(work, Family::transition,
-                     [&](const place& p) { return predict_row<Family>(work, p, err); }) != 0)
+                     [&](const place& p) { return predict_row<Family>(work, p, limit, err); }) != 0)
     return -1;
   if (Family::transition) transpose_transitions(work.statuses);
   return 0;
@@ -279,7 +279,7 @@ int32 load_family(mlworkspace& work, const routine& here, std::string_view label
     block.n_estimated += regression_parameters(fit);
     return 0;
   });
-  return predict_all<Family>(work, err);
+  return predict_all<Family>(work, largest_exponent, err);
 }
 
 /// The expected statuses, or moves, of the row at every pattern.
@@ -307,7 +307,7 @@ int32 mstep_family(mlworkspace& work, error_type& err) {
     return 0;
   };
   if (for_each_place(work, Family::transition, fit_row) != 0) return -1;
-  return predict_all<Family>(work, err);
+  return predict_all<Family>(work, any_predictor, err);
 }
 
 template <class Family>

@@ -106,10 +106,8 @@ class attempts {
     }
     if (!has_basis_) return attempt::failed;
     const array<double, 2> movable = movable_directions(surface_, begin_, directions_);
-    if (surface_.in_range(begin_)) {
-      const attempt reached = guarded(begin_, movable);
-      if (reached == attempt::converged) return reached;
-    }
+    const attempt reached = guarded(begin_, movable);
+    if (reached == attempt::converged) return reached;
     return guarded(zero_but_held(movable), movable);
   }
 

@@ -16,6 +16,7 @@
 /// (1977), JRSS B 39, 1-38, section 2 (generalised EM).
 #pragma once
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -124,8 +125,13 @@ int32 fit_without(const regression& fit, int32 left_out, double* beta, int32 thr
 /// \param shares   of the binary form
 /// \param[out] p   (n, r), category c of pattern u at p[u * step + c]
 /// \param name     of the probability in reports: "exp for gamma", "denom for gamma"
+/// \param limit    largest predictor that is let pass: given coefficients must leave exp finite,
+/// those
+///                 of a fit may be as large as they came to be, for the largest is taken out first
 int32 predict(const regression& fit, const double* beta, const std::vector<double>& shares,
-              double* p, int32 step, std::string_view name, const routine& here, error_type& err);
+              double* p, int32 step, std::string_view name, const routine& here, error_type& err,
+              double limit = largest_exponent);
+inline constexpr double any_predictor = std::numeric_limits<double>::max();
 
 /// Parameters of one fitted row of coefficients.
 int32 regression_parameters(const regression& fit);

@@ -159,7 +159,8 @@ void load_coefficients(regression& fit, const double* beta) {
 }
 
 int32 predict(const regression& fit, const double* beta, const std::vector<double>& shares,
-              double* p, int32 step, std::string_view name, const routine& here, error_type& err) {
+              double* p, int32 step, std::string_view name, const routine& here, error_type& err,
+              double limit) {
   const int32 r = fit.y.n[1];
   const int32 columns = fit.x.n[1];
   std::vector<double> scaled(at(r * columns), 0.0);
@@ -172,11 +173,11 @@ int32 predict(const regression& fit, const double* beta, const std::vector<doubl
       if (reference || fit.absent[at(c - 1)]) continue;
       for (int32 j = 1; j <= columns; ++j)
         p[c - 1] += fit.x(u, j) * scaled[at((c - 1) * columns + j - 1)];
-      if (!(p[c - 1] <= largest_exponent))
+      if (!(p[c - 1] <= limit))
         return fail(err, here, error_code::exp_too_large, {text("exp for ", name)});
       most = std::max(most, p[c - 1]);
     }
-    // The maximum is taken out after the check: several exponentials near the limit would overflow.
+    // The maximum is taken out after the check: exponentials near the limit would overflow.
     double denominator = std::exp(-most);
     for (int32 c = 1; c <= r; ++c) {
       const bool reference = fit.binary > 0 ? c != fit.binary : c == fit.baseline;

@@ -167,50 +167,6 @@ double regression_surface::reach(const double* direction) const {
   return most;
 }
 
-predictor_room regression_surface::room_for(const double* step,
-                                            const array<double, 2>& beta) const {
-  constexpr double most = 700.0;  // its exponential leaves room for sums
-  constexpr double rounding = 1e-11;
-  predictor_room room;
-  double bound = reach_bound(step);
-  for (int32 k = 1; k <= categories_; ++k) {
-    double own = 0.0;
-    for (int32 j = 1; j <= columns_; ++j) own += std::abs(beta(j, k)) * fit_.reach[at(j - 1)];
-    bound = std::max(bound, reach_bound(step) + own);
-  }
-  if (bound <= most) return room;
-  for (int32 u = 1; u <= fit_.x.n[0]; ++u)
-    for (int32 q = 0; q < order_; q += columns_) {
-      double now = 0.0;
-      double change = 0.0;
-      double size = 0.0;
-      for (int32 j = 1; j <= columns_; ++j) {
-        const double part = fit_.x(u, j) * step[q + j - 1];
-        now += fit_.x(u, j) * beta(j, category(q));
-        change += part;
-        size += std::abs(part);
-      }
-      // A step that leaves a predictor at the limit alone changes it by rounding.
-      if (!(now + change > most) || !(change > rounding * size)) continue;
-      const double share = std::max((most - now) / change, 0.0);
-      if (share >= room.share) continue;
-      room.share = share;
-      room.normal.assign(at(order_), 0.0);
-      for (int32 j = 1; j <= columns_; ++j) room.normal[at(q + j - 1)] = fit_.x(u, j);
-    }
-  return room;
-}
-
-bool regression_surface::in_range(const array<double, 2>& beta) const {
-  for (int32 u = 1; u <= fit_.x.n[0]; ++u)
-    for (int32 k = 1; k <= categories_; ++k) {
-      double eta = 0.0;
-      for (int32 j = 1; j <= columns_; ++j) eta += fit_.x(u, j) * beta(j, k);
-      if (!(eta <= largest_exponent)) return false;
-    }
-  return true;
-}
-
 double regression_surface::reach_bound(const double* direction) const {
   double most = 0.0;
   for (int32 q = 0; q < order_; q += columns_) {

@@ -17,13 +17,6 @@
 
 namespace tolvenra::estimation {
 
-/// The part of a step that keeps all predictors below the logarithm of the largest double, and
-/// where it is less than 1 the free coefficients' parts in the predictor that stops it.
-struct predictor_room {
-  double share = 1.0;
-  std::vector<double> normal;
-};
-
 class regression_surface {
  public:
   /// Of a regression whose outcome is loaded.
@@ -56,10 +49,6 @@ class regression_surface {
   double third_moment(const array<double, 2>& beta, const double* direction);
   /// Largest absolute change of a predictor along a direction, over patterns and categories.
   [[nodiscard]] double reach(const double* direction) const;
-  /// Whether all predictors are in the range of exp.
-  [[nodiscard]] bool in_range(const array<double, 2>& beta) const;
-  /// How much of a step the range of exp allows.
-  [[nodiscard]] predictor_room room_for(const double* step, const array<double, 2>& beta) const;
   /// A bound on a direction's reach that costs no pass over the patterns.
   [[nodiscard]] double reach_bound(const double* direction) const;
   /// Adds a direction to coefficients.

@@ -44,26 +44,23 @@ void expect_good(const separation_outcome& o) {
   EXPECT_EQ(o.fall, 0.0);
   EXPECT_TRUE(o.converged);
   EXPECT_LE(o.disagreement, 1e-6);
-  if (o.at_limit()) return;  // what the range of exp keeps back is in docs/accuracy.md
   EXPECT_LE(o.below, 1e-4);
   EXPECT_LE(o.left, 1e-4);
 }
 
 TEST(Separation, StartsAreKeptAndReachTheNaiveMaximum) {
-  int runaway = 0, within_limit = 0;
+  int runaway = 0;
   const auto add = [&](auto problem) {
-    problem.nstarts = 3;
+    problem.nstarts = 2;
     problem.want_post = false;
     const separation_outcome o = compare_with_naive(problem, 8, 1);
     SCOPED_TRACE(testing::Message() << "seed " << problem.seed << ", " << o.what);
     expect_good(o);
     runaway += o.runaways > 0 ? 1 : 0;
-    within_limit += o.at_limit() ? 0 : 1;
   };
   for (unsigned seed = 1001; seed <= 1005; ++seed) add(separated_design_of_classes(seed));
   for (unsigned seed = 1001; seed <= 1004; ++seed) add(separated_design_of_statuses(seed));
   EXPECT_GE(runaway, 4);
-  EXPECT_GE(within_limit, 6);
 }
 
 TEST(Separation, StartsThatHeadForSeparatedClassesAreKept) {

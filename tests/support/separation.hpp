@@ -33,9 +33,6 @@ struct separation_outcome {
   /// maximum (and with a prior takes its labels from there) lies below it.
   double resumed = 0.0;
   double left = 0.0;  ///< what the naive maximiser gains from the engine's own estimates
-
-  /// The engine keeps predictors at 700, within the range of exp.
-  [[nodiscard]] bool at_limit() const { return predictor > 699.0; }
 };
 
 /// \param em_steps  of the naive maximiser
