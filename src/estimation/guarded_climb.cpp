@@ -138,7 +138,8 @@ climb_outcome climb(regression_surface& surface, const array<double, 2>& basis,
       skipped = risen;
     }
     // At the maximum rounding hides any further ascent, and nowhere else.
-    const bool at_top = !risen && steps.gain <= 1e-10 * (1.0 + std::abs(surface.value));
+    const bool at_top =
+        !risen && steps.gain <= 1e-10 * (1.0 + std::abs(surface.value)) + surface.rounding(beta);
     if (at_top || (risen && !skipped && !steps.moves_flat && steps.settled(beta))) {
       outcome.converged = true;
       return outcome;

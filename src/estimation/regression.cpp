@@ -171,8 +171,10 @@ class attempts {
   }
 
   /// Whether the objective is not below that of the beginning, but for rounding of the sums.
-  [[nodiscard]] bool risen(const array<double, 2>& beta) {
-    return surface_.objective(beta) >= *value_ - 1e-12 * (1.0 + std::abs(*value_));
+  bool risen(const array<double, 2>& beta) {
+    const double rounding = 1e-12 * (1.0 + std::abs(*value_)) +
+                            std::max(surface_.rounding(beta), surface_.rounding(begin_));
+    return surface_.objective(beta) >= *value_ - rounding;
   }
 
   regression& fit_;

@@ -177,6 +177,16 @@ double regression_surface::reach_bound(const double* direction) const {
   return most;
 }
 
+double regression_surface::rounding(const array<double, 2>& beta) const {
+  double largest = 0.0;
+  for (int32 k = 1; k <= categories_; ++k) {
+    double bound = 0.0;
+    for (int32 j = 1; j <= columns_; ++j) bound += fit_.reach[at(j - 1)] * std::abs(beta(j, k));
+    largest = std::max(largest, bound);
+  }
+  return 4.0 * std::numeric_limits<double>::epsilon() * total() * largest;
+}
+
 void regression_surface::add(const double* direction, array<double, 2>& beta) const {
   for (int32 q = 0; q < order_; ++q) beta(column(q), category(q)) += direction[q];
 }

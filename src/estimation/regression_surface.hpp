@@ -51,6 +51,8 @@ class regression_surface {
   [[nodiscard]] double reach(const double* direction) const;
   /// A bound on a direction's reach that costs no pass over the patterns.
   [[nodiscard]] double reach_bound(const double* direction) const;
+  /// What rounding of large predictors may do to the objective.
+  [[nodiscard]] double rounding(const array<double, 2>& beta) const;
   /// Adds a direction to coefficients.
   void add(const double* direction, array<double, 2>& beta) const;
   /// Sum of the outcomes.
