@@ -67,6 +67,14 @@ int32 refuse_empty_strata(driver_run& run, bool strata_given) {
   return 0;
 }
 
+int32 refuse_empty_items(driver_run& run, const array<int32, 1>& categories) {
+  for (int32 j = 1; j <= categories.n[0]; ++j)
+    if (categories(j) == 0)
+      return refuse(run, {text("Item ", j, " has 0 response categories."),
+                          text("Every item must have at least one.")});
+  return 0;
+}
+
 int32 refuse_cancelled(driver_run& run) {
   err_reset(run.err);
   return refuse(run, {text("The run was cancelled by the host.")});

@@ -60,6 +60,9 @@ bool beyond_memory(std::initializer_list<int32> extents, int64 bytes);
 /// Every stratum needs cases; without a strata array all cases are in stratum 1.
 int32 refuse_empty_strata(driver_run& run, bool strata_given);
 
+/// Every item needs at least one response category.
+int32 refuse_empty_items(driver_run& run, const array<int32, 1>& categories);
+
 /// The host cancelled: nothing else is reported. \return -1
 int32 refuse_cancelled(driver_run& run);
 

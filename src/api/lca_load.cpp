@@ -45,7 +45,9 @@ int32 load_data(lca_run& run) {
   if (call.strata_given && put_strata(copy_in<int32, 1>(call.strata, {call.nkase}), data, err) != 0)
     return -1;
   if (call.ncov != 0 && put_covariates(run) != 0) return -1;
-  if (refuse_empty_strata(run, call.strata_given != 0) != 0) return -1;
+  if (refuse_empty_strata(run, call.strata_given != 0) != 0 ||
+      refuse_empty_items(run, data.nrc) != 0)
+    return -1;
   estimation::rows_of(data);  // once, before the starts share it
   return 0;
 }

@@ -7,6 +7,7 @@
 #include <cassert>
 #include <cstddef>
 #include <initializer_list>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -26,7 +27,7 @@ struct array {
   bool allocated = false;         ///< an empty array is not an absent one
   std::array<int32, R> n{};       ///< extents, never negative
   std::array<int32, R> lower{};   ///< lower bounds, 1 unless told
-  std::array<int64, R> stride{};  ///< stride[0] == 1
+  std::array<int64, R> stride{};  ///< stride[0] == 1; 0 behind an empty extent
   int64 origin = 0;               ///< minus the sum of stride * lower
   std::vector<T> flat;            ///< elements, first index fastest
 
@@ -78,14 +79,16 @@ struct array {
  private:
   int64 shape(const std::array<int32, R>& lower_bounds, const std::array<int32, R>& extents) {
     const bool empty = std::any_of(extents.begin(), extents.end(), [](int32 e) { return e <= 0; });
-    int64 total = 1;  // of an empty array the other extents may be beyond a product
+    constexpr int64 most_of_empty = std::numeric_limits<int32>::max();
+    int64 total = 1;
     origin = 0;
     for (std::size_t k = 0; k < R; ++k) {
       n[k] = extents[k] > 0 ? extents[k] : 0;
       lower[k] = lower_bounds[k];
       stride[k] = total;
       origin -= total * lower[k];
-      if (!empty) total *= n[k];
+      total *= n[k];  // of an empty array the extents before the empty one may be beyond a product
+      if (empty && total > most_of_empty) total = 0;
     }
     return empty ? 0 : total;
   }

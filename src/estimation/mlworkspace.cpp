@@ -123,6 +123,26 @@ int32 list_sequences(int32 nt, latent_tables& latent, error_type& err) {
   return 0;
 }
 
+/// What a record may leave open while it is filled, but a fit divides by or indexes with.
+int32 check_complete(const dataset_type& dataset, const routine& here, error_type& err) {
+  if (dataset.nkase < 1) return fail(err, here, {text("The dataset has no cases.")});
+  if (dataset.nstr < 1)
+    return fail(err, here,
+                {text("The number of strata of the dataset has not been specified."),
+                 text("Use put_nstr before put_dataset.")});
+  if (dataset.ni > 0 && dataset.nt < 1)
+    return fail(err, here,
+                {text("The number of times of the dataset has not been specified."),
+                 text("Use put_nt before put_dataset.")});
+  return 0;
+}
+
+int32 refuse_no_latent(std::string_view items, std::string_view latent, int32 n, error_type& err) {
+  return fail(err, {"put_model", "estimation"},
+              {text("The dataset has ", items, " items, but the number of latent"),
+               text(latent, " of the model is ", n, ". There must be at least 1.")});
+}
+
 }  // namespace
 
 std::shared_ptr<const distinct_rows> rows_of(const dataset_type& dataset) {
@@ -169,6 +189,7 @@ int32 put_dataset(const dataset_type& dataset, mlworkspace& work, error_type& er
   const int64 covariates =
       dataset.ncov + dataset.ncov_delta + int64{dataset.ncov_tau} * (dataset.nt - 1);
   if (covariates > 0 && !dataset.cov) return fail(err, here, {text("Could not transfer cov.")});
+  if (check_complete(dataset, here, err) != 0) return -1;
   using allocation::allocate_under;
   if (allocate_under("put_dataset: work%ciy", here, err, [&] { work.rows = rows_of(dataset); }) !=
           0 ||
@@ -189,6 +210,9 @@ int32 put_dataset(const dataset_type& dataset, mlworkspace& work, error_type& er
 
 int32 put_model(const model_type& model, mlworkspace& work, error_type& err) {
   if (!work.initialised) return refuse_uninitialised("put_model", err);
+  if (work.data.nci > 0 && model.nc < 1) return refuse_no_latent("class", "classes", model.nc, err);
+  if (work.data.ni > 0 && model.ns < 1)
+    return refuse_no_latent("status", "statuses", model.ns, err);
   latent_tables& latent = work.latent;
   latent = latent_tables{};
   latent.nc = work.data.nci > 0 ? model.nc : 1;

@@ -308,6 +308,16 @@ TEST(Augmentation, RefusesWhatItCannotDoAndLeavesTheParametersAlone) {
        [](da_problem& da) { da.dataset = {}; },
        {"Could not transfer work%y.", "OCCURRED IN: put_dataset in MOD estimation",
         "Failed to load dataset into workspace."}},
+      {"strata never counted",
+       [](da_problem& da) { da.dataset.nstr = 0; },
+       {"The number of strata of the dataset has not been specified.",
+        "Use put_nstr before put_dataset.", "OCCURRED IN: put_dataset in MOD estimation",
+        "Failed to load dataset into workspace."}},
+      {"no class",
+       [](da_problem& da) { da.model.nc = 0; },
+       {"The dataset has class items, but the number of latent",
+        "classes of the model is 0. There must be at least 1.",
+        "OCCURRED IN: put_model in MOD estimation", "Failed to load model into workspace."}},
       {"an impossible case",
        [](da_problem& da) {
          for (int32 c = 1; c <= 2; ++c) {

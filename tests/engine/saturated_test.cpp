@@ -406,22 +406,6 @@ TEST(Saturated, PlannedMissingnessHasItsOwnDegreesOfFreedom) {
   EXPECT_EQ(fit.cat_df, 24 + 36 + 24 - 3 - 68);
 }
 
-TEST(Saturated, WithoutItTheFitStays) {
-  lca_problem fit = simulate(100, {2, 2, 2}, 1, 20);
-  fit.nrc[2] = 0;
-  for (int k = 1; k <= fit.nkase; ++k) fit.set_response(k, 3, 0);
-  EXPECT_EQ(fit.run(), 0);
-  EXPECT_EQ(trimmed(fit.message),
-            "There is a zero or negative number\r\nin the nrc or nrs array.\r\n"
-            "OCCURRED IN: md_preliminaries in MOD estimation\r\n"
-            "Could not initialize arrays for CAT model.\r\n"
-            "OCCURRED IN: run_compute_fit_stats in MOD estimation");
-  EXPECT_EQ(fit.overflow, 2);
-  EXPECT_EQ(fit.G2, -2 * fit.loglik);
-  EXPECT_EQ(fit.cat_df, 0);
-  EXPECT_TRUE(std::isnan(fit.fit_extra[0]));
-}
-
 /// Skewed items give patterns with a single case whose probability one class of cells holds.
 TEST(Saturated, RarePatternsKeepTheirShare) {
   std::mt19937_64 engine(5);

@@ -139,6 +139,7 @@ TEST(DynamicAllocation, BoundsAndEmptyDimensions) {
     ASSERT_EQ(dbl2_alloc(a, t.upper[0], t.upper[1], err, t.lower), 0);
     EXPECT_TRUE(a.allocated);
     EXPECT_EQ(a.n, t.extents);
+    EXPECT_EQ(a.stride[1], t.extents[0]);  // a loop over a column of an empty array has no end else
     for (std::size_t k = 0; k < a.size(); ++k) EXPECT_EQ(a.flat[k], 0.0);
     if (a.size() == 0) continue;
     a(t.lower[0], t.lower[1]) = 1.0;
