@@ -2,6 +2,7 @@
 /// steps that they share.
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -46,6 +47,25 @@ inline int32 refuse(driver_run& run, std::initializer_list<text_lines> lines) {
 
 /// Writes a report that does not end the run into the message text, below the notes before it.
 void note(driver_run& run, const error_type& report);
+
+/// A stage behind the estimates, which have been handed back and stay, as the status of the run
+/// does: what fails is told in the message text. \return whether the stage succeeded
+template <class Stage>
+bool run_apart(driver_run& run, Stage&& stage) {
+  try {
+    try {
+      if (stage() == 0) return true;
+      note(run, run.err);
+      err_reset(run.err);
+    } catch (const std::exception&) {
+      error_type err;
+      fail(err, run.here, error_code::allocation);
+      note(run, err);
+    }
+  } catch (...) {  // not even room for the report
+  }
+  return false;
+}
 
 /// A work array of the run: `fill` allocates it, and running out of memory names it ("runlca:
 /// cov2").

@@ -79,7 +79,6 @@ int32 copy_out_lca(lca_run& run) {
   copy_out_fit(run);
   copy_out_tests(run);
   copy_out_run_info(run, built.free_parameters, call.max_threads, call.run_info);
-  if (!run.drawn_class.empty()) copy_out(run.drawn_class, call.drawn_class);
   set_cell(call.iterations, run.best->result.iter);
   return 0;
 }

@@ -14,7 +14,6 @@ struct lca_run : driver_run {
 
   const lca_call& call;
   array<double, 4> given_rho;  ///< the host's rho where it is read
-  std::vector<int32> drawn_class;
 };
 
 /// Required addresses and sizes that make copying unsafe.

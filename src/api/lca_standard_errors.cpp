@@ -1,4 +1,3 @@
-#include <exception>
 #include <limits>
 
 #include "api/host_arrays.hpp"
@@ -88,16 +87,7 @@ void standard_errors(lca_run& run) {
   if (run.call.se_option == 0) return;
   clear_results(run.call);
   if (run.progress.cancelled()) return;
-  try {  // the estimates have been handed back and stay, whatever happens here
-    try {
-      if (compute(run) != 0) note(run, run.err);
-    } catch (const std::exception&) {
-      error_type err;
-      fail(err, run.here, error_code::allocation);
-      note(run, err);
-    }
-  } catch (...) {  // not even room for the report
-  }
+  run_apart(run, [&] { return compute(run); });
 }
 
 }  // namespace tolvenra::api

@@ -105,45 +105,57 @@ int32 compute_statistics(lca_run& run) {
   return 0;
 }
 
-/// One random class per case from its posterior, in case order.
-int32 draw_classes(lca_run& run) {
+bool draws_wanted(const lca_call& call) { return call.want_draws && call.drawn_class; }
+
+/// The draws come last; a seed that they cannot use is told before the fit.
+int32 check_draw_seed(lca_run& run) {
   const lca_call& call = run.call;
-  if (!call.want_draws || !call.drawn_class) return 0;
+  if (!draws_wanted(call) || (call.seed2 >= 1 && call.seed2 <= random_generator::m2)) return 0;
+  return refuse(run, {text("The seed of the class draws (seed2) specified was ", call.seed2),
+                      text("The allowable range is 1 to ", random_generator::m2)});
+}
+
+int32 draw_each(lca_run& run) {
+  const lca_call& call = run.call;
   const mlresult_type& result = run.best->result;
-  const distinct_rows& rows = *result.rows;
   array<double, 1> prob;
   ran_state_type state;
   if (dbl1_alloc(prob, call.nc, run.err, {}, "runlca: prob") != 0 ||
       random_generator::ran_setall(state, call.seed2, call.seed2, run.err) != 0)
     return -1;
-  run.drawn_class.reserve(rows.row_of_case.size());
-  for (const int32 row : rows.row_of_case) {
+  std::int32_t* drawn = call.drawn_class;
+  for (const int32 row : result.rows->row_of_case) {
     std::copy_n(result.post_cls.begin() + std::ptrdiff_t{row - 1} * call.nc, call.nc,
                 prob.flat.begin());
-    int32 drawn = 0;
-    if (random_generator::ran_genmuln(state, prob, call.nc, drawn, run.err) != 0) return -1;
-    run.drawn_class.push_back(drawn);
+    if (random_generator::ran_genmuln(state, prob, call.nc, *drawn++, run.err) != 0) return -1;
   }
   return 0;
 }
 
-/// What follows the fit; once the host cancels it is left out.
-int32 tests_and_draws(lca_run& run) {
+/// One random class per case from its posterior, in case order; -1 everywhere when one fails.
+void draw_classes(lca_run& run) {
   const lca_call& call = run.call;
-  if (!run.progress.cancelled() && test_covariates(run) == 0) return draw_classes(run);
+  if (!draws_wanted(call)) return;
+  if (!run.progress.cancelled() && run_apart(run, [&] { return draw_each(run); })) return;
+  std::fill_n(call.drawn_class, call.nkase, -1);
+}
+
+/// The tests follow the fit; once the host cancels they are left out.
+int32 tests(lca_run& run) {
+  const lca_call& call = run.call;
+  if (!run.progress.cancelled() && test_covariates(run) == 0) return 0;
   if (!run.progress.cancelled()) return -1;
   leave_out_tests(call.test_stat ? static_cast<std::size_t>(std::max(call.ncov, 0)) : 0, run);
-  if (call.want_draws && call.drawn_class)
-    run.drawn_class.assign(static_cast<std::size_t>(call.nkase), -1);
   return 0;
 }
 
 int32 run_stages(lca_run& run) {
   if (check_lca_boundary(run) != 0 || seed_starts(run) != 0 || load_data(run) != 0 ||
-      load_model(run) != 0 || stabilise(run) != 0 || search_starts(run) != 0 ||
-      compute_statistics(run) != 0 || tests_and_draws(run) != 0)
+      load_model(run) != 0 || check_draw_seed(run) != 0 || stabilise(run) != 0 ||
+      search_starts(run) != 0 || compute_statistics(run) != 0 || tests(run) != 0 ||
+      copy_out_lca(run) != 0)
     return -1;
-  if (copy_out_lca(run) != 0) return -1;
+  draw_classes(run);
   standard_errors(run);
   return 0;
 }

@@ -39,6 +39,24 @@ TEST(LcaFailure, SaysWhatIsWrong) {
       {"groups without their array", [](auto& p) { p.nstr = 2; },
        "The number of strata specified was 2\r\nbut no strata array was given.\r\n"
        "OCCURRED IN: runlca"},
+      {"seed of the draws out of range",
+       [](auto& p) {
+         p.want_draws = true;
+         p.seed2 = 2147483400;
+       },
+       "The seed of the class draws (seed2) specified was 2147483400\r\n"
+       "The allowable range is 1 to 2147483399\r\nOCCURRED IN: runlca"},
+      {"items without categories, held equal across groups",
+       [](auto& p) {
+         p.nrc = {0, 0, 0};
+         p.nstr = 2;
+         p.rho_equal_strata = true;
+         p.y.assign(p.y.size(), 0);
+         p.strata.assign(static_cast<std::size_t>(p.nkase), 1);
+         p.strata[0] = 2;
+       },
+       "Item 1 has 0 response categories.\r\nEvery item must have at least one.\r\n"
+       "OCCURRED IN: runlca"},
       {"group without cases",
        [](auto& p) {
          p.nstr = 2;
@@ -131,8 +149,9 @@ TEST(LcaFailure, EveryFailedAllocationBecomesAReport) {
     fit.freq.push_back(1.0);
     fit.clusters.push_back(1 + k % 5);
   }
-  ASSERT_EQ(fit.run(), 0) << fit.message;
-  int failures = 0;
+  lca_problem whole = fit;
+  ASSERT_EQ(whole.run(), 0) << whole.message;
+  int failures = 0, without_draws = 0;
   for (long n = 0;; ++n) {
     lca_problem tried = fit;
     tried.loglik = 77.0;
@@ -140,14 +159,21 @@ TEST(LcaFailure, EveryFailedAllocationBecomesAReport) {
     fail_after(n);
     const int status = api::guarded_run_lca(call);
     fail_after(-1);
-    if (status == 0) break;
+    if (status == 0 && tried.drawn == whole.drawn) break;
     ++failures;
+    if (status == 0) {  // the draws come last and take nothing else with them
+      ++without_draws;
+      EXPECT_EQ(tried.drawn, std::vector<std::int32_t>(tried.drawn.size(), -1));
+      EXPECT_EQ(tried.loglik, whole.loglik);
+      continue;
+    }
     EXPECT_EQ(status, -1);
     EXPECT_EQ(tried.loglik, 77.0) << "after " << n << " allocations";
     EXPECT_EQ(tried.iterations, -1);
     ASSERT_LT(n, 100000);
   }
   EXPECT_GT(failures, 50);
+  EXPECT_GT(without_draws, 0);
 }
 
 }  // namespace
