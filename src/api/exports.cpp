@@ -13,13 +13,13 @@ extern "C" TOLVENRA_API void TOLVENRA_CALL checkversion(const std::int32_t* vers
   using namespace tolvenra::api;
   constexpr std::array<std::string_view, 3> stored = {interface_major, interface_minor,
                                                       interface_revision};
-  *mismatch = 0;
+  if (mismatch == nullptr) return;
+  *mismatch = 255;
+  if (version == nullptr) return;
   for (std::size_t k = 0; k < stored.size(); ++k) {
     std::int32_t own = -1;
     std::from_chars(stored[k].data(), stored[k].data() + stored[k].size(), own);
-    if (version[k] != own) {
-      *mismatch = 255;
-      return;
-    }
+    if (version[k] != own) return;
   }
+  *mismatch = 0;
 }

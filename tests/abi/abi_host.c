@@ -50,6 +50,10 @@ static void check_version(const char* path) {
     expect_guards(&args, "checkversion");
     free_arguments(&args);
   }
+  uint8_t mismatch = 0;
+  lib.check(cases[0].version, NULL);
+  lib.check(NULL, &mismatch);
+  expect(mismatch == 255, "no version: mismatch %d", mismatch);
   unload_library(&lib);
 }
 
