@@ -116,7 +116,7 @@ void sum_over_clusters(const mlworkspace& work, const free_parameters& map,
   parallel::for_blocks_by_worker(blocks, work.em.threads, [&](int32 b, int32 worker) {
     const parallel::row_range range = parallel::rows_of_block(clusters.count(), b, blocks);
     clusters.add(range.first, range.last, batches[static_cast<std::size_t>(worker)],
-                 &parts[size * static_cast<std::size_t>(b)], products);
+                 parts.data() + size * static_cast<std::size_t>(b), products);
   });
   for (std::size_t b = 1; b < static_cast<std::size_t>(blocks); ++b)
     for (std::size_t q = 0; q < size; ++q) parts[q] += parts[b * size + q];

@@ -40,7 +40,7 @@ class stratum_information {
   void subtract_within() {
     const std::size_t length = membership_ + responses_;
     for (std::size_t c = 0; c < static_cast<std::size_t>(map_.nc); ++c) {
-      const double* within = &sums_.within[c * sums_.class_order * sums_.class_order];
+      const double* within = sums_.within.data() + c * sums_.class_order * sums_.class_order;
       const auto place = [&](std::size_t i) { return i < membership_ ? i : i + c * responses_; };
       for (std::size_t j = 0; j < length; ++j)
         for (std::size_t i = j; i < length; ++i)

@@ -196,6 +196,23 @@ TEST(StandardErrorFailure, TheHostCanLeaveThemOut) {
   EXPECT_TRUE(std::isnan(fit.std_gamma[0]));
 }
 
+TEST(StandardErrorFailure, WhatHasNoFreeParameterHasNoneToEstimate) {
+  for (const bool fixed : {true, false}) {
+    SCOPED_TRACE(fixed ? "one of two categories fixed" : "items of one category");
+    lca_problem fit = simulate(60, std::vector<std::int32_t>(2, fixed ? 2 : 1), 1, 3);
+    fit.se_option = 1;
+    for (int k = 1; k <= fit.nkase; ++k) fit.clusters.push_back(1 + k % 7);
+    if (fixed) {
+      fit.rho.assign(4, 0.5);
+      fit.rho_restrictions = {0, 0, 1, 1};
+    }
+    ASSERT_EQ(fit.run(), 0) << fit.message;
+    EXPECT_EQ(fit.run_info[7], 1) << fit.message;
+    for (const double error : fit.std_rho) EXPECT_EQ(error, 0.0);
+    EXPECT_TRUE(std::isnan(fit.deff));
+  }
+}
+
 TEST(StandardErrorFailure, RunningOutOfMemoryLeavesTheEstimates) {
   if (!heap_is_watched) GTEST_SKIP() << "the sanitizer owns operator new";
   lca_problem fit = separated(120, {2, 3, 2}, 2, 42, 1);
