@@ -113,8 +113,9 @@ HEADER_TOP = """\
  * Arrays are column-major (the first index runs fastest); indices, codes and classes count from 1.
  * A logical is one byte: 0 is false, anything else true; results are 0 or 255. All arrays belong to
  * the host and are neither kept nor used as work space. On failure result arrays keep the host's
- * content. Every address may be NULL unless its comment says "required"; what NULL means stands
- * there, and a result without a remark is then just not returned.
+ * content, but for the start_ arrays: they are written for every start that ended, also when all
+ * starts failed. Every address may be NULL unless its comment says "required"; what NULL means
+ * stands there, and a result without a remark is then just not returned.
  *
  * Restriction codes, one for each element of a parameter array: 0 fixed at the given value, 1 free,
  * k >= 2 equal to all other elements with code k.
@@ -224,7 +225,8 @@ there are no hidden arguments.
 - **NULL.** Every result may be left out. The column NULL says what an absent address means;
   where it says "required" the run refuses with a message that names the position.
 - **Failure.** A run returns 0 exactly when a fit was completed, else -1; the message tells why.
-  Result arrays are then left as they were. `converged` is set to 0, `iterations` to -1 and
+  Result arrays are then left as they were, but for the `start_` arrays: they are written for every
+  start that ended, also when all starts failed. `converged` is set to 0, `iterations` to -1 and
   `run_info` to zeros on entry. Real results that do not exist in a completed run are NaN, integer
   ones -1.
 - **State.** None is kept between calls. Run one analysis at a time.

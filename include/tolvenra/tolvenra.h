@@ -5,8 +5,9 @@
  * Arrays are column-major (the first index runs fastest); indices, codes and classes count from 1.
  * A logical is one byte: 0 is false, anything else true; results are 0 or 255. All arrays belong to
  * the host and are neither kept nor used as work space. On failure result arrays keep the host's
- * content. Every address may be NULL unless its comment says "required"; what NULL means stands
- * there, and a result without a remark is then just not returned.
+ * content, but for the start_ arrays: they are written for every start that ended, also when all
+ * starts failed. Every address may be NULL unless its comment says "required"; what NULL means
+ * stands there, and a result without a remark is then just not returned.
  *
  * Restriction codes, one for each element of a parameter array: 0 fixed at the given value, 1 free,
  * k >= 2 equal to all other elements with code k.
@@ -16,7 +17,7 @@
  *    2: number of the chosen start
  *    3: starts that were fitted
  *    4: starts whose log-likelihood is within 0.001 + 1e-9 |best| of the best one; 1 of many warns
- *       of a local maximum
+ *       of a local maximum; starting values of the host are fitted once and count once
  *    5: number of distinct response patterns
  *    6: whether responses are missing, 1 or 0
  *    7: passes over the saturated model, summed over the strata
@@ -242,7 +243,7 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlca(
     /* 39 in: seed of the random starts; below 1 the clock seeds when nstarts is above 1, and a
        single start is refused unless start_given is true */
     int32_t seed,
-    /* 40 in: seed of the class draws; read when want_draws is true */
+    /* 40 in: seed of the class draws, 1 to 2147483399; read when want_draws is true */
     int32_t seed2,
     /* 41 out (max(nstarts, 1)): seed of each start */
     int32_t* start_seeds,
@@ -317,11 +318,11 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlca(
     int32_t* cat_df,
     /* 72 out (max_iter): log-likelihood in each iteration; elements 1 to iterations are written */
     double* llvec,
-    /* 73 out: number of distinct clusters */
+    /* 73 out: number of distinct clusters, -1 without clusters */
     int32_t* n_clusters,
-    /* 74 out: subjects in the smallest cluster */
+    /* 74 out: subjects in the smallest cluster, NaN without clusters */
     double* cluster_min,
-    /* 75 out: subjects in the largest cluster */
+    /* 75 out: subjects in the largest cluster, NaN without clusters */
     double* cluster_max,
     /* 76 in: fill post_cls */
     uint8_t want_post,
@@ -330,16 +331,18 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlca(
     uint8_t want_tests,
     /* 78 in: draw a class for every case into drawn_class, seeded by seed2 */
     uint8_t want_draws,
-    /* 79 out (nkase): class drawn from the case's posterior probabilities, 1 to nc */
+    /* 79 out (nkase): class drawn from the case's posterior probabilities, 1 to nc; -1 where the
+       draws failed or the host cancelled */
     int32_t* drawn_class,
     /* 80 inout (ncov): test statistic of each covariate, see want_tests; NULL: no covariate is
        tested */
     double* test_stat,
     /* 81 out (ncov): upper tail probability of each statistic; 1 where the statistic is not
-       positive, NaN with a single class */
+       positive, NaN with a single class and where the host filled in NaN */
     double* test_p,
     /* 82 out (ncov): 0 good, 5 statistic not positive, 2 reduced fit did not converge, -1 or 1
-       reduced fit failed as in start_status, -1 with a single class */
+       reduced fit failed as in start_status, -1 with a single class, 1 where the host filled in
+       NaN */
     int32_t* test_status,
     /* 83 out (max_iter): largest absolute change of a parameter in each iteration; elements 1 to
        iterations are written */

@@ -172,7 +172,7 @@ int32 test_covariates(lca_run& run) {
   if (!call.test_stat || call.ncov < 1) return 0;
   const auto count = static_cast<std::size_t>(call.ncov);
   if (call.nc < 2) {
-    if (call.want_tests) note_untestable(run, count);
+    note_untestable(run, count);
     return 0;
   }
   run.test_stat.assign(call.test_stat, call.test_stat + count);
@@ -192,6 +192,9 @@ int32 test_covariates(lca_run& run) {
     if (run.progress.cancelled()) return refuse_cancelled(run);
     if (fill_test_tail(run, i, df) != 0) return -1;
     if (!(df > 0.0)) run.test_p[i] = 1.0;  // without a coefficient there is nothing to reject
+    if (call.want_tests || !std::isnan(run.test_stat[i])) continue;
+    run.test_p[i] = nan;  // the host gave no statistic
+    run.test_status[i] = 1;
   }
   return 0;
 }

@@ -27,13 +27,13 @@ int32 refuse_all_failed(driver_run& run) {
                 {text("The model could not be fitted from any"), text("set of starting values.")});
 }
 
-/// Starts whose log-likelihood is the best one up to the noise of convergence.
+/// Fitted starts whose log-likelihood is the best one up to the noise of convergence.
 int32 starts_at_best(const driver_run& run) {
   const double best = run.best->result.loglik;
   const double tolerance = 0.001 + 1e-9 * std::abs(best);
   return static_cast<int32>(
       std::count_if(run.starts.begin(), run.starts.end(), [&](const start_outcome& start) {
-        return start.status == 0 && start.loglik >= best - tolerance;
+        return start.status == 0 && !start.copied && start.loglik >= best - tolerance;
       }));
 }
 

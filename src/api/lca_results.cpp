@@ -37,10 +37,11 @@ int32 build(lca_run& run, built_results& built) {
 }
 
 void copy_out_clusters(const lca_call& call, const dataset::cluster_summary& clusters) {
-  if (!call.clusters) return;
-  set_cell(call.n_clusters, clusters.count);
-  set_cell(call.cluster_min, clusters.smallest);
-  set_cell(call.cluster_max, clusters.largest);
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  const bool given = call.clusters != nullptr;
+  set_cell(call.n_clusters, given ? clusters.count : -1);
+  set_cell(call.cluster_min, given ? clusters.smallest : nan);
+  set_cell(call.cluster_max, given ? clusters.largest : nan);
 }
 
 void copy_out_fit(const lca_run& run) {

@@ -31,7 +31,8 @@ struct start_outcome {
   double loglik = failed_loglik;
   int32 iterations = failed_iterations;
   bool converged = false;
-  error_type report;  ///< lines of a failed start
+  bool copied = false;  ///< of another start with the same starting values
+  error_type report;    ///< lines of a failed start
 
   void take_results(const start_outcome& from) {
     finished = from.finished;
@@ -39,6 +40,7 @@ struct start_outcome {
     loglik = from.loglik;
     iterations = from.iterations;
     converged = from.converged;
+    copied = true;
   }
 };
 

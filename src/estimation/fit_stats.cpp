@@ -57,7 +57,9 @@ struct saturated_sums {
 
 double multinomial_loglik(const std::vector<double>& counts, double total) {
   double loglik = 0.0;
-  for (const double n : counts) loglik += n * std::log(n / total);
+  const double log_total = std::log(total);  // n / total may be too small for a double
+  for (const double n : counts)
+    if (n > 0.0) loglik += n * (std::log(n) - log_total);
   return loglik;
 }
 

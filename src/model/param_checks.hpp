@@ -4,7 +4,9 @@
 /// that a message can be found by searching for it.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <string>
 #include <string_view>
 
@@ -109,6 +111,17 @@ int32 store_rows(const array<double, R>& from, array<double, R>& field, const ro
   if (store(from, field, label, err) != 0) return -1;
   clear_padding(field.flat, rows);
   return 0;
+}
+
+/// Coefficients have any sign and size, but are numbers.
+template <std::size_t R>
+int32 check_finite(const array<double, R>& coefficients, const routine& here, error_type& err) {
+  const auto& values = coefficients.flat;
+  if (std::all_of(values.begin(), values.end(), [](double v) { return std::isfinite(v); }))
+    return 0;
+  return fail(err, here,
+              {text("One or more values in the ", here.name.substr(4), " array"),
+               text("was not a finite number.")});
 }
 
 /// Copies a field out under a label ("get_rho: rho"). \param absent  as in `refuse_absent`

@@ -91,7 +91,9 @@ template <std::size_t N, std::size_t R>
 int32 put_coefficients(const array<double, 2>& slice, std::string_view has, const slice_cut<N>& cut,
                        array<double, R>& full, const dims_of<R>& dims, const param_type& param,
                        std::string_view label, error_type& err) {
-  if (check_slice(slice, has, cut, param, routine_of(label), err) != 0) return -1;
+  const routine here = routine_of(label);
+  if (check_slice(slice, has, cut, param, here, err) != 0 || check_finite(slice, here, err) != 0)
+    return -1;
   return store_slice(slice, cut, cut.sides[1].extent, full, dims, label, err);
 }
 

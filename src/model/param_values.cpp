@@ -4,13 +4,15 @@
 namespace tolvenra::param {
 namespace {
 
-/// Coefficients have a shape, no constraint.
+/// Coefficients have a shape and are finite.
 template <std::size_t R>
 int32 put_coefficients(const array<double, R>& from, std::string_view is, const dims_of<R>& dims,
                        array<double, R>& field, const param_type& param, std::string_view label,
                        error_type& err) {
   const routine here = routine_of(label);
-  if (require_dims(param, here, err) != 0 || check_shape(from, is, dims, here, err) != 0) return -1;
+  if (require_dims(param, here, err) != 0 || check_shape(from, is, dims, here, err) != 0 ||
+      check_finite(from, here, err) != 0)
+    return -1;
   return store(from, field, label, err);
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <random>
 
 #include "support/lca_problem.hpp"
@@ -346,6 +347,12 @@ TEST(LcaCovariates, StatisticsOfTheHostGetTheirTails) {
   fit.test_stat = {5.0, -0.5};
   fit.run();
   verify_fit(fit);
+  lca_problem without = fit;
+  without.test_stat[1] = std::nan("");
+  EXPECT_EQ(without.run(), 0) << without.message;
+  EXPECT_EQ(without.test_p[0], fit.test_p[0]);
+  EXPECT_TRUE(std::isnan(without.test_p[1]));
+  EXPECT_EQ(without.test_status, (std::vector<std::int32_t>{0, 1}));
   EXPECT_NEAR(fit.test_p[0], std::exp(-2.5), 1e-13);  // chi-square on (3 - 1) degrees of freedom
   EXPECT_EQ(fit.test_p[1], 1.0);
   EXPECT_EQ(fit.test_status, (std::vector<std::int32_t>{0, 5}));
@@ -386,14 +393,17 @@ TEST(LcaCovariates, ATestCountsTheCoefficientsThatAreEstimated) {
 }
 
 TEST(LcaCovariates, OneClassHasNothingToTest) {
-  lca_problem fit = with_covariates(100, 1, 15, 1.0);
-  fit.want_tests = true;
-  fit.test_stat = fit.test_p = {7.0, 7.0};
-  fit.run();
-  verify_fit(fit);
-  EXPECT_EQ(fit.test_status, (std::vector<std::int32_t>{-1, -1}));
-  for (const auto* cells : {&fit.test_stat, &fit.test_p})
-    for (const double cell : *cells) EXPECT_TRUE(std::isnan(cell));
+  for (const bool computed : {true, false}) {
+    lca_problem fit = with_covariates(100, 1, 15, 1.0);
+    fit.want_tests = computed;
+    fit.host_tests = !computed;
+    fit.test_stat = fit.test_p = {7.0, 7.0};
+    fit.run();
+    verify_fit(fit);
+    EXPECT_EQ(fit.test_status, (std::vector<std::int32_t>{-1, -1}));
+    for (const double p : fit.test_p) EXPECT_TRUE(std::isnan(p));
+    for (const double cell : fit.test_stat) EXPECT_TRUE(computed ? std::isnan(cell) : cell == 7.0);
+  }
 }
 
 TEST(LcaCovariates, FailuresNameTheirCause) {
@@ -407,6 +417,15 @@ TEST(LcaCovariates, FailuresNameTheirCause) {
        [](auto& p) { std::fill(p.cov.begin(), p.cov.begin() + p.nkase, 1.0); },
        "Could not fit logit model", -1},
       {"not a number", [](auto& p) { p.cov[3] = std::nan(""); }, "cov", 0},
+      {"a start without end",
+       [](auto& p) {
+         p.start_given = true;
+         p.gamma = {0.5, 0.5};
+         p.rho.assign(32, 0.5);
+         p.beta.assign(6, 0.0);
+         p.beta[4] = std::numeric_limits<double>::infinity();
+       },
+       "One or more values in the beta array\r\nwas not a finite number.", 0},
       {"an equal gamma",
        [](auto& p) {
          p.gamma_restrictions = {2, 2};

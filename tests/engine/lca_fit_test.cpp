@@ -220,6 +220,24 @@ TEST(LcaFit, EveryStartIsReportedAndTheFirstBestIsChosen) {
   again.seed = fit.start_seeds[6];
   again.run();
   EXPECT_EQ(again.loglik, fit.start_loglik[6]);
+  // Given values are fitted once, however many starts they stand for.
+  again.start_given = true;
+  again.nstarts = 3;
+  again.run();
+  EXPECT_EQ(again.start_loglik[2], again.loglik);
+  EXPECT_EQ(again.run_info[2], 3);
+  EXPECT_EQ(again.run_info[3], 1);
+  EXPECT_EQ(again.n_clusters, -1);
+  EXPECT_TRUE(std::isnan(again.cluster_min) && std::isnan(again.cluster_max));
+}
+
+TEST(LcaFit, FrequenciesAtTheEdgeOfTheRangeLeaveTheCriteriaFinite) {
+  lca_problem fit = simulate(200, {2, 2, 2, 2}, 2, 3);
+  for (int k = 1; k <= fit.nkase; ++k)
+    fit.freq.push_back(fit.response(k, 1) == 1 && fit.response(k, 2) == 1 ? 5e-324 : 1.0);
+  EXPECT_EQ(fit.run(), 0) << fit.message;
+  for (const double value : {fit.G2, fit.aic, fit.bic, fit.cat_loglik, fit.fit_extra[0]})
+    EXPECT_TRUE(std::isfinite(value)) << value;
 }
 
 TEST(LcaFit, DrawnClassesFollowThePosteriors) {
