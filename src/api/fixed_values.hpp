@@ -1,4 +1,4 @@
-/// \file fixed_values.hpp  Starting values under restrictions.
+/// \file fixed_values.hpp  Restricted rows: starting values, and what their counts must tell.
 #pragma once
 
 #include <algorithm>
@@ -32,6 +32,14 @@ inline void keep_fixed_values(std::span<const double> given, std::span<const int
     for (int32 r = 0; r < length; ++r)
       values[at(r)] = codes[at(r)] == 0 ? given[at(r)] : values[at(r)] * scale;
   }
+}
+
+/// Whether the counts of row m must tell its elements apart: two or more are free.
+inline bool needs_counts(std::span<const int32> codes, const row_layout& rows, int32 m) {
+  int32 free = 0;
+  for (int32 r = 0; r < rows.length[static_cast<std::size_t>(m)]; ++r)
+    free += codes[static_cast<std::size_t>(rows.base(m) + r * rows.step)] == 1 ? 1 : 0;
+  return free >= 2;
 }
 
 }  // namespace tolvenra::api

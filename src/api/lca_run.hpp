@@ -23,6 +23,9 @@ void enter_lca(const lca_run& run);
 /// Data set, and the model with its options, restrictions, starting values and priors.
 int32 load_data(lca_run& run);
 int32 load_model(lca_run& run);
+/// Adds to the report of a failed run which class the zeros leave without cases, or which case they
+/// make impossible, if any.
+void explain_impossible(lca_run& run);
 /// Likelihood-ratio test of each covariate, or the tails of statistics that the host supplies.
 int32 test_covariates(lca_run& run);
 /// All results but the per-start arrays, of a run that succeeded.

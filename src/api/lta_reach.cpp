@@ -2,18 +2,11 @@
 // its rows, and the report should say why.
 #include <algorithm>
 
+#include "api/fixed_values.hpp"
 #include "api/lta_run.hpp"
 
 namespace tolvenra::api {
 namespace {
-
-/// Elements of a row that its own counts must tell apart: two or more free ones.
-bool needs_counts(const std::vector<int32>& codes, const row_layout& rows, int32 m) {
-  int32 free = 0;
-  for (int32 r = 0; r < rows.length[static_cast<std::size_t>(m)]; ++r)
-    free += codes[static_cast<std::size_t>(rows.base(m) + r * rows.step)] == 1 ? 1 : 0;
-  return free >= 2;
-}
 
 /// Whether every probability vector that status s, time t and stratum g take from elsewhere (held
 /// equal) is shared with a place for which `body` is true; all 1-based.

@@ -56,8 +56,11 @@ int32 stabilise(lca_run& run) {
   mlresult_type result;
   mlworkspace work;
   if (estimation::run_em_modelfit(plain.dataset, run.model, plain.param, result, work, run.err,
-                                  controls) != 0)
+                                  controls) != 0) {
+    if (run.progress.cancelled()) return refuse_cancelled(run);
+    explain_impossible(run);
     return -1;
+  }
   plain.iterations = result.iter;
   if (!result.converged)
     return refuse(run, {text("No-covariates model for stabilization did not converge"),
@@ -81,7 +84,9 @@ int32 search_starts(lca_run& run) {
     search.plain = &*run.plain;
     search.strengths = strengths;
   }
-  return fit_starts(search, run);
+  if (fit_starts(search, run) == 0) return 0;
+  if (!run.progress.cancelled()) explain_impossible(run);
+  return -1;
 }
 
 int32 compute_statistics(lca_run& run) {

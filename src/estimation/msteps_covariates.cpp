@@ -21,9 +21,15 @@ int32 check_codes(const mlworkspace& work, error_type& err) {
     for (int32 c = 1; c <= work.latent.nc; ++c) {
       const int32 needed =  // the reference, or the class of the binary form
           param.gamma_binary_regression ? param.binary_gamma : param.baseline_gamma;
-      if (codes(c, g) == 0 && (work.gamma.now(c, g) != 0.0 || c == needed))
+      if (codes(c, g) != 0) continue;
+      if (work.gamma.now(c, g) != 0.0)
         return refuse_with_covariates(
             here, "Fixed (nonzero) gamma parameter restrictions are not allowed", err);
+      if (c == needed)
+        return fail(err, here,
+                    {text("Gamma of class ", c, " is fixed at zero in stratum (group) ", g, ","),
+                     text("but the regression needs it as its ",
+                          param.gamma_binary_regression ? "compared" : "reference", " class.")});
     }
   return 0;
 }

@@ -21,12 +21,20 @@ int32 check_delta_codes(const mlworkspace& work, error_type& err) {
     return refuse_with_covariates(loading, "Delta parameter equality restrictions are not allowed",
                                   err);
   for (std::size_t q = 0; q < code.size(); ++q) {
-    const int32 s = indices_at(code.n, static_cast<int64>(q))[0];
+    const auto index = indices_at(code.n, static_cast<int64>(q));
+    const int32 s = index[0];
     const int32 needed =  // the reference, or the status of the binary form
         param.delta_binary_regression ? param.binary_delta : param.baseline_delta;
-    if (code.flat[q] == 0 && (work.delta.now.flat[q] != 0.0 || s == needed))
+    if (code.flat[q] != 0) continue;
+    if (work.delta.now.flat[q] != 0.0)
       return refuse_with_covariates(
           loading, "Fixed (nonzero) delta parameter restrictions are not allowed", err);
+    if (s == needed)
+      return fail(
+          err, loading,
+          {text("Delta of status ", s, " is fixed at zero in stratum (group) ", index[2], ","),
+           text("but the regression needs it as its ",
+                param.delta_binary_regression ? "compared" : "reference", " status.")});
   }
   return 0;
 }
@@ -44,9 +52,15 @@ int32 check_tau_codes(const mlworkspace& work, error_type& err) {
       return fail(err, loading,
                   {text("Fixed (0) tau parameter restrictions are not allowed"),
                    text("when binary logistic regression has been specified.")});
-    if (work.tau.now.flat[q] != 0.0 || index[1] == param.baseline_tau(index[0], index[2]))
+    if (work.tau.now.flat[q] != 0.0)
       return refuse_with_covariates(
           loading, "Fixed (nonzero) tau parameter restrictions are not allowed", err);
+    if (index[1] == param.baseline_tau(index[0], index[2]))
+      return fail(
+          err, loading,
+          {text("Tau from status ", index[0], " to ", index[1], " is fixed at zero at time ",
+                index[2], " in stratum (group) ", index[4], ","),
+           text("but the regression needs it as its reference status.")});
   }
   return 0;
 }

@@ -439,6 +439,14 @@ TEST(LcaCovariates, FailuresNameTheirCause) {
          p.gamma = {0.7, 0.3};
        },
        "Fixed (nonzero) gamma parameter restrictions are not allowed", 0},
+      {"a reference class without cases",
+       [](auto& p) {
+         p.gamma_restrictions = {0, 1};
+         p.gamma = {0.0, 1.0};
+       },
+       "Gamma of class 1 is fixed at zero in stratum (group) 1,\r\n"
+       "but the regression needs it as its reference class.",
+       0},
       {"no convergence without covariates",
        [](auto& p) {
          p.max_iter = 2;

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <string>
 
 #include "api/exports.hpp"
 #include "support/allocations.hpp"
@@ -82,6 +83,7 @@ TEST(LcaFailure, SaysWhatIsWrong) {
 TEST(LcaFailure, AnImpossibleCaseEndsTheRun) {
   lca_problem fit = simulate(50, {2, 2, 2}, 2, 1);
   fit.start_given = true;
+  fit.msg_len = 1000;
   fit.nstarts = 3;  // one fit stands for all
   fit.gamma = {0.5, 0.5};
   fit.rho.assign(12, 0.5);
@@ -89,30 +91,61 @@ TEST(LcaFailure, AnImpossibleCaseEndsTheRun) {
     fit.rho_ref(1, c, 1, 1) = 0.0;
     fit.rho_ref(1, c, 2, 1) = 1.0;
   }
+  int first = 1;
+  while (fit.response(first, 1) != 1) ++first;
   EXPECT_EQ(fit.run(), -1);
   EXPECT_EQ(
       trimmed(fit.message),
       "Attempted division by zero\r\npost_denom\r\nOCCURRED IN: estep in MOD estimation\r\n"
       "E-step for LTA failed at iteration 1\r\nOCCURRED IN: run_em_modelfit in MOD estimation\r\n"
       "The model could not be fitted from any\r\nset of starting values.\r\n"
-      "OCCURRED IN: runlca");
+      "OCCURRED IN: runlca\r\n"
+      "No class can give the responses of case " +
+          std::to_string(first) +
+          ", stratum (group) 1:\r\n"
+          "in class 1 response 1 to item 1 has probability 0.\r\nOCCURRED IN: runlca");
   EXPECT_EQ(fit.start_status, std::vector<std::int32_t>(3, 1));
   EXPECT_EQ(fit.start_iter, std::vector<std::int32_t>(3, -1));
 }
 
 TEST(LcaFailure, AClassWithoutCasesEndsTheRun) {
-  lca_problem fit = simulate(50, {2, 2, 2}, 2, 1);
-  fit.start_given = true;
-  fit.gamma = {1.0, 0.0};
-  fit.rho.assign(12, 0.5);
+  lca_problem started = simulate(50, {2, 2, 2}, 2, 1);
+  started.start_given = true;
+  started.gamma = {1.0, 0.0};
+  started.rho.assign(12, 0.5);
+  lca_problem fixed = simulate(60, {2, 2, 2}, 2, 1, 0.0, 2);
+  fixed.gamma = {0.4, 0.6, 1.0, 0.0};
+  fixed.gamma_restrictions = {1, 1, 1, 0};
+  for (lca_problem* fit : {&started, &fixed}) {
+    fit->msg_len = 1000;
+    EXPECT_EQ(fit->run(), -1);
+    EXPECT_EQ(trimmed(fit->message),
+              "Attempted division by zero\r\nrtmp_denom\r\nOCCURRED IN: mstep_rho in MOD "
+              "estimation\r\nM-step for RHO failed at iteration 1\r\n"
+              "OCCURRED IN: run_em_modelfit in MOD estimation\r\n"
+              "The model could not be fitted from any\r\nset of starting values.\r\n"
+              "OCCURRED IN: runlca\r\n"
+              "The share of class 2 in stratum (group) " +
+                  std::to_string(fit->nstr) +
+                  " is 0, so no case tells its\r\n"
+                  "responses to item 1. Fix its response probabilities, or hold rho\r\n"
+                  "equal across strata with one where the class occurs.\r\nOCCURRED IN: runlca");
+  }
+  fixed.rho_equal_strata = true;
+  EXPECT_EQ(fixed.run(), 0) << fixed.message;
+}
+
+TEST(LcaFailure, TheHostCanCancelTheFirstStage) {
+  tolvenra_progress record{};
+  record.size = sizeof record;
+  record.cancel = 1;
+  lca_problem fit = simulate(60, {2, 2, 2}, 2, 1);
+  fit.ncov = 1;
+  for (int k = 0; k < fit.nkase; ++k) fit.cov.push_back(k % 7);
+  fit.beta_prior = 1.0;
+  fit.progress = &record;
   EXPECT_EQ(fit.run(), -1);
-  EXPECT_EQ(
-      trimmed(fit.message),
-      "Attempted division by zero\r\nrtmp_denom\r\nOCCURRED IN: mstep_rho in MOD estimation\r\n"
-      "M-step for RHO failed at iteration 1\r\n"
-      "OCCURRED IN: run_em_modelfit in MOD estimation\r\n"
-      "The model could not be fitted from any\r\nset of starting values.\r\n"
-      "OCCURRED IN: runlca");
+  EXPECT_EQ(trimmed(fit.message), "The run was cancelled by the host.\r\nOCCURRED IN: runlca");
 }
 
 TEST(LcaFailure, TheHostCanCancel) {

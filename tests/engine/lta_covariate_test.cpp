@@ -295,8 +295,8 @@ TEST(LtaCovariates, RefusalsAndFailuresSayWhere) {
          p.tau_restrictions[p.tau_cell(2, 1, 1, 1)] = 0;
          p.msg_len = 2000;
        },
-       {"Fixed (nonzero) delta parameter restrictions are not allowed",
-        "when covariates are specified in the model."}},
+       {"Delta of status 2 is fixed at zero in stratum (group) 1,",
+        "but the regression needs it as its compared status."}},
       {"stabilising run too short",
        [](lta_problem& p) {
          p.max_iter = 3;
