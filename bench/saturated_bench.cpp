@@ -59,8 +59,8 @@ incomplete_data draw(int n, std::vector<std::int32_t> nrc, double missing, doubl
 }
 
 void run(benchmark::State& state, const incomplete_data& data) {
-  std::array<std::int32_t, 16> info{};
-  std::array<double, 8> extra{};
+  std::array<std::int32_t, 24> info{};
+  std::array<double, 12> extra{};
   std::vector<std::int32_t> patterns(data.y.size() + static_cast<std::size_t>(data.n));
   std::int32_t overflow = 0;
   std::string message(400, ' ');

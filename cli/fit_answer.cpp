@@ -25,8 +25,8 @@ void set_criteria(double n, fit_figures& figures) {
 
 }  // namespace
 
-void set_fit(const case_data& data, const fit_record& fit, double entropy, bool has_prior,
-             double X2_p, fit_answer& answer) {
+void set_fit(const case_data& data, const fit_record& fit, const call_measures& measures,
+             bool has_prior, fit_answer& answer) {
   answer.converged = fit.converged;
   answer.iterations = fit.iterations;
   answer.best_start_hits = fit.run_info[3];
@@ -36,10 +36,10 @@ void set_fit(const case_data& data, const fit_record& fit, double entropy, bool 
   figures.loglik = fit.loglik;
   figures.n_params = fit.n_params[0];
   figures.independent = fit.run_info[12];
-  figures.entropy = entropy;
+  figures.entropy = measures.entropy;
   if (has_prior) figures.penalised_loglik = if_finite(fit.fit_extra[4]);
   set_criteria(data.weighted_cases, figures);
-  answer.of_fit = make_fit_tests(data, fit, X2_p);
+  answer.of_fit = make_fit_tests(data, fit, measures);
   // The saturated model knows no covariates: there is nothing to compare with.
   if (!data.covariates.empty()) return;
   const bool too_many_cells = fit.apparent_df == std::numeric_limits<std::int32_t>::max();

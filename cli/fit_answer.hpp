@@ -44,9 +44,9 @@ struct fit_answer {
 };
 
 /// Fills all but the tests of covariates. \param fit  completed. \param has_prior  a prior has a
-/// part in the estimates. \param X2_p  as for make_fit_tests
-void set_fit(const case_data& data, const fit_record& fit, double entropy, bool has_prior,
-             double X2_p, fit_answer& answer);
+/// part in the estimates.
+void set_fit(const case_data& data, const fit_record& fit, const call_measures& measures,
+             bool has_prior, fit_answer& answer);
 
 /// Adds the test of the k-th covariate, and a warning where it failed. \param corrected  the
 /// statistic is corrected by standard errors, without which there is none

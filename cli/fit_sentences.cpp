@@ -118,16 +118,27 @@ std::string missing_text(const fit_tests& tests) {
   }
 }
 
+/// A bound in three digits, rounded up so that it remains one.
+std::string bound_text(double bound) {
+  if (!(bound > 0.0)) return "0";
+  const double unit = std::pow(10.0, std::floor(std::log10(bound)) - 2.0);
+  return fmt::format("{:.3g}", std::ceil(bound / unit) * unit);
+}
+
+/// Names the statistics that there are: with covariates the missing-data statistic alone.
 std::string unfinished_text(const fit_tests& tests) {
   const std::string groups =
       tests.unfinished == 1 ? "" : fmt::format(" in {} groups", tests.unfinished);
-  const std::string how_far =
-      std::isfinite(tests.bound)
-          ? fmt::format(
-                "at most {:.2g}: G² may be too small by twice that, the missing-data "
-                "statistic too large by the same",
-                tests.bound)
-          : "an unknown amount: G² may be too small, the missing-data statistic too large";
+  const bool known = std::isfinite(tests.bound);
+  const std::string twice = known ? " by twice that" : "";
+  std::string how_far = known ? "at most " + bound_text(tests.bound) : "an unknown amount";
+  const char* mark = ": ";
+  const auto add = [&](std::string_view statistic) {
+    how_far += fmt::format("{}{}{}", mark, statistic, twice);
+    mark = ", ";
+  };
+  if (tests.G2.statistic) add("G² may be too small");
+  if (tests.missing.statistic) add("the missing-data statistic may be too large");
   return fmt::format(
       "The table of all response patterns could not be fitted to the end{} ({} passes). Its "
       "log-likelihood may lie below its maximum by {}.",

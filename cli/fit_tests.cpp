@@ -111,7 +111,8 @@ expected_cells count_cells(const case_data& data, const fit_record& fit, bool co
   return sum;
 }
 
-fit_tests make_fit_tests(const case_data& data, const fit_record& fit, double X2_p) {
+fit_tests make_fit_tests(const case_data& data, const fit_record& fit,
+                         const call_measures& measures) {
   fit_tests tests;
   tests.missing_responses = fit.run_info[5] != 0;
   tests.passes = fit.run_info[6];
@@ -121,7 +122,7 @@ fit_tests make_fit_tests(const case_data& data, const fit_record& fit, double X2
 
   tests.saturated_loglik = fit.cat_loglik;
   tests.unfinished = fit.run_info[14];
-  tests.bound = fit.fit_extra[7];
+  tests.bound = measures.bound;
   const auto freed = df_of(fit.cat_df);
   const p_value_use weighted = weights_differ(data)   ? p_value_use::weights
                                : share_clusters(data) ? p_value_use::clusters
@@ -134,7 +135,7 @@ fit_tests make_fit_tests(const case_data& data, const fit_record& fit, double X2
   if (!data.covariates.empty()) return tests;
 
   tests.G2 = {if_finite(fit.G2), df_of(fit.apparent_df), if_finite(fit.fit_extra[1])};
-  tests.X2 = {if_finite(fit.fit_extra[0]), tests.G2.df, if_finite(X2_p)};
+  tests.X2 = {if_finite(fit.fit_extra[0]), tests.G2.df, if_finite(measures.X2_p)};
   if (tests.X2.df) tests.X2.df = freed ? std::optional(*tests.X2.df + *freed) : std::nullopt;
   const bool miscounted = fit.run_info[12] > 0 && fit.run_info[12] != fit.n_params[0];
   const p_value_use obstacle = miscounted ? p_value_use::restrictions : weighted;

@@ -63,7 +63,14 @@ struct fit_tests {
 /// pattern. \param complete_only  of the tables of all items alone, whether they have cases or not.
 expected_cells count_cells(const case_data& data, const fit_record& fit, bool complete_only);
 
-/// \param X2_p  upper tail of X2 on its degrees of freedom; NaN where there is none
-fit_tests make_fit_tests(const case_data& data, const fit_record& fit, double X2_p);
+/// What the two calls of the engine keep in different elements of fit_extra, or leave to the host.
+struct call_measures {
+  double entropy = 0.0;  ///< relative, weighted by cases
+  double X2_p = 0.0;     ///< upper tail of X2 on its degrees of freedom; NaN where there is none
+  double bound = 0.0;    ///< how far cat_loglik may lie below its maximum
+};
+
+fit_tests make_fit_tests(const case_data& data, const fit_record& fit,
+                         const call_measures& measures);
 
 }  // namespace tolvenra::cli

@@ -86,7 +86,9 @@ void set_clusters(const lca_fit& fit, lca_answer& answer) {
 lca_answer make_lca_answer(const lca_data& data, const lca_options& options, const lca_fit& fit) {
   const auto nc = static_cast<std::size_t>(options.classes);
   lca_answer answer;
-  set_fit(data, fit, fit.fit_extra[3], has_prior(options), fit.fit_extra[6], answer);
+  set_fit(data, fit,
+          {.entropy = fit.fit_extra[3], .X2_p = fit.fit_extra[6], .bound = fit.fit_extra[7]},
+          has_prior(options), answer);
   order_classes(data, nc, fit, answer);
   set_estimates(data, nc, fit, answer);
   set_coefficients(data, nc, fit, answer);

@@ -202,7 +202,8 @@ lta_answer make_lta_answer(const lta_data& data, const lta_options& options, con
   const lta_model& model = data.model;
   const answer_builder builder(data, options, fit);
   lta_answer answer;
-  set_fit(data, fit, fit.fit_extra[7], options.prior_strength > 0.0, X2_tail(fit), answer);
+  set_fit(data, fit, {.entropy = fit.fit_extra[7], .X2_p = X2_tail(fit), .bound = fit.fit_extra[8]},
+          options.prior_strength > 0.0, answer);
   builder.add_estimates(answer);
   builder.add_coefficients(answer);
   builder.add_shares(answer);

@@ -32,6 +32,14 @@
  *       done 2^31 visits of cells by patterns); fit_extra says how far from its maximum at most
  *   16: regression coefficients without a finite estimate: the likelihood goes on rising, by next
  *       to nothing, as they grow
+ *   17: reserved, 0
+ *   18: reserved, 0
+ *   19: reserved, 0
+ *   20: reserved, 0
+ *   21: reserved, 0
+ *   22: reserved, 0
+ *   23: reserved, 0
+ *   24: reserved, 0
  *
  * n_params:
  *    1: all parameters
@@ -53,6 +61,10 @@
  *    6: upper tail probability of cat_g2 on cat_df
  *    7: upper tail probability of X-squared on its degrees of freedom
  *    8: bound on how far cat_loglik may lie below its maximum (missing responses)
+ *    9: reserved, 0
+ *   10: reserved, 0
+ *   11: reserved, 0
+ *   12: reserved, 0
  *
  * fit_extra of runlta:
  *    1: Pearson's X-squared, NaN on overflow and where expected counts are (pattern_counts)
@@ -63,6 +75,10 @@
  *    6: upper tail probability of cat_g2 on cat_df
  *    7: entropy of the statuses, weighted by cases and summed over the times
  *    8: relative entropy: 1 - that/(N nt log ns); 1 with fewer than 2 statuses
+ *    9: bound on how far cat_loglik may lie below its maximum (missing responses)
+ *   10: reserved, 0
+ *   11: reserved, 0
+ *   12: reserved, 0
  */
 #ifndef TOLVENRA_H
 #define TOLVENRA_H
@@ -83,9 +99,9 @@
 #endif
 
 /* Extents of the small result arrays, and what start_loglik holds for a failed start. */
-#define TOLVENRA_RUN_INFO_SIZE 16
+#define TOLVENRA_RUN_INFO_SIZE 24
 #define TOLVENRA_N_PARAMS_SIZE 9
-#define TOLVENRA_FIT_EXTRA_SIZE 8
+#define TOLVENRA_FIT_EXTRA_SIZE 12
 #define TOLVENRA_FAILED_START (-1.7976931348623157e308)
 
 #ifdef __cplusplus
@@ -229,7 +245,7 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlca(
     /* 33 in: 0 for no standard errors, any other value to compute them; they respect clusters when
        clusters are given (docs/standard-errors.md) */
     int32_t se_option,
-    /* 34 out (16): facts about the run, see run_info below */
+    /* 34 out (24): facts about the run, see run_info below */
     int32_t* run_info,
     /* 35 in: gamma, rho and beta hold starting values and nothing is drawn */
     uint8_t start_given,
@@ -307,7 +323,7 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlca(
     /* 67 out: relative entropy: 1 - entropyraw/(N log nc), N the sum of the weights; 1 is a perfect
        classification */
     double* entropy,
-    /* 68 out (8): further measures of fit, see fit_extra below */
+    /* 68 out (12): further measures of fit, see fit_extra below */
     double* fit_extra,
     /* 69 out: log-likelihood of the saturated model */
     double* cat_loglik,
@@ -492,7 +508,7 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlta(
     double* max_abs_diff,
     /* 52 out: mean absolute change of the parameters in the last iteration */
     double* mean_abs_diff,
-    /* 53 out (16): facts about the run, see run_info below */
+    /* 53 out (24): facts about the run, see run_info below */
     int32_t* run_info,
     /* 54 out: log-likelihood at the estimates */
     double* loglik,
@@ -524,7 +540,7 @@ TOLVENRA_API int32_t TOLVENRA_CALL runlta(
     /* 66 out (max_iter): largest absolute change of a parameter in each iteration; elements 1 to
        iterations are written */
     double* madvec,
-    /* 67 out (8): further measures of fit, see fit_extra below */
+    /* 67 out (12): further measures of fit, see fit_extra below */
     double* fit_extra,
     /* 68 out (ncov_delta+ncov_tau): likelihood-ratio statistic of each covariate; NULL: no
        covariate is tested */

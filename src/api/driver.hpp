@@ -2,6 +2,7 @@
 /// steps that they share.
 #pragma once
 
+#include <array>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -17,6 +18,7 @@
 #include "core/dynamic_allocation.hpp"
 #include "core/error_handler.hpp"
 #include "estimation/fit_stats.hpp"
+#include "tolvenra/tolvenra.h"
 
 namespace tolvenra::api {
 
@@ -35,7 +37,7 @@ struct driver_run {
   std::optional<stabilising_model> plain;  ///< with covariates
   std::vector<start_outcome> starts;
   std::unique_ptr<fitted_start> best;
-  std::array<double, 8> fit_extra{};
+  std::array<double, TOLVENRA_FIT_EXTRA_SIZE> fit_extra{};
   std::vector<double> test_stat, test_p;
   std::vector<int32> test_status;
 };

@@ -40,7 +40,7 @@ void enter_lca(const lca_run& run) {
   set_logical(run.call.converged, false);
   set_cell(run.call.iterations, -1);
   run.message.begin();
-  if (run.call.run_info) std::fill_n(run.call.run_info, 16, 0);
+  if (run.call.run_info) std::fill_n(run.call.run_info, TOLVENRA_RUN_INFO_SIZE, 0);
 }
 
 }  // namespace tolvenra::api

@@ -65,7 +65,7 @@ void enter_lta(const lta_run& run) {
   set_logical(run.call.converged, false);
   set_cell(run.call.iterations, -1);
   run.message.begin();
-  if (run.call.run_info) std::fill_n(run.call.run_info, 16, 0);
+  if (run.call.run_info) std::fill_n(run.call.run_info, TOLVENRA_RUN_INFO_SIZE, 0);
 }
 
 int32 load_data(lta_run& run) {

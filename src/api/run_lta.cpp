@@ -105,6 +105,7 @@ int32 compute_statistics(lta_run& run) {
   run.fit_extra[4] = result.loglik + estimation::log_prior(work);
   run.fit_extra[6] = estimation::status_entropy(work);
   run.fit_extra[7] = relative_status_entropy(work, run.fit_extra[6]);
+  run.fit_extra[8] = result.cat_shortfall;
   g2_tail = cat_tail = std::numeric_limits<double>::quiet_NaN();
   if (result.overflow_count > 0) return 0;  // no test on an overflow
   if (upper_tail(result.G2, result.apparent_df, g2_tail, run.err) != 0) return -1;

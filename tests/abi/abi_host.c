@@ -206,7 +206,7 @@ static void check_optional(const char* path) {
 static void expect_entry_cells(const arguments* a, const char* where) {
   expect(u8_at(a, 51, 0) == 0 && i32_at(a, 52, 0) == -1, "%s: converged %d, iterations %d", where,
          u8_at(a, 51, 0), i32_at(a, 52, 0));
-  for (size_t k = 0; k < 16; ++k)
+  for (size_t k = 0; k < 24; ++k)
     expect(i32_at(a, 34, k) == 0, "%s: run_info %d", where, (int)k + 1);
 }
 
@@ -387,7 +387,7 @@ static void check_lta(const char* path) {
     a.at[10] = NULL;
     expect(call_lta(&lib, &a) == -1, "no responses: the run succeeds");
     expect(u8_at(&a, 49, 0) == 0 && i32_at(&a, 50, 0) == -1, "entry cells");
-    for (size_t e = 0; e < 16; ++e) expect(i32_at(&a, 53, e) == 0, "run_info %d", (int)e + 1);
+    for (size_t e = 0; e < 24; ++e) expect(i32_at(&a, 53, e) == 0, "run_info %d", (int)e + 1);
     expect(lengths[k] == 0 || memcmp(a.at[72], ok_text, 1) != 0, "the message is a report");
     for (int s = 0; s < a.nslots; ++s) {
       const int position = a.slots[s].position;

@@ -32,9 +32,9 @@ struct lta_problem {
   std::vector<double> sta, adj, pattern_counts, llvec, madvec, start_loglik, test_stat, test_p;
   std::vector<std::int32_t> patterns, start_seeds, start_iter, start_status, test_status;
   std::vector<std::uint8_t> start_converged;
-  std::array<std::int32_t, 16> run_info{};
+  std::array<std::int32_t, 24> run_info{};
   std::array<std::int32_t, 9> n_params{};
-  std::array<double, 8> fit_extra{};
+  std::array<double, 12> fit_extra{};
   std::uint8_t converged = 0;
   std::int32_t iterations = -1, overflow = 0, apparent_df = 0, cat_df = 0;
   double max_abs_diff = 0, mean_abs_diff = 0, loglik = 0, G2 = 0, aic = 0, bic = 0;

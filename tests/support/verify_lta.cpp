@@ -218,6 +218,9 @@ void verify_lta(const lta_problem& fit) {
   EXPECT_NEAR(fit.G2, -2.0 * (fit.loglik - fit.cat_loglik), 1e-9 * (1.0 + std::abs(fit.loglik)));
   EXPECT_NEAR(fit.aic, fit.G2 + 2.0 * p, 1e-9 * (1.0 + std::abs(fit.aic)));
   EXPECT_NEAR(fit.bic, fit.G2 + std::log(n) * p, 1e-9 * (1.0 + std::abs(fit.bic)));
+  EXPECT_GE(fit.fit_extra[8], 0.0);  // bound of the saturated fit
+  if (fit.run_info[14] == 0) EXPECT_LE(fit.fit_extra[8], complete ? 0.0 : 1e-4);
+  for (std::size_t spare = 9; spare < 12; ++spare) EXPECT_EQ(fit.fit_extra[spare], 0.0);
   EXPECT_NEAR(fit.fit_extra[2], fit.G2 + (std::log(n) + 1.0) * p, 1e-8 * (1.0 + std::abs(fit.bic)));
   if (complete && fit.ncov_delta + fit.ncov_tau == 0) verify_tables(fit, likelihood);
   verify_expected(fit);

@@ -50,7 +50,7 @@ struct lca_call {
   double* std_beta;  ///< 31 out (ncov+1, nc, nstr)
   double* cov_b;  ///< 32 out (q, q)
   std::int32_t se_option;  ///< 33 in
-  std::int32_t* run_info;  ///< 34 out (16)
+  std::int32_t* run_info;  ///< 34 out (24)
   std::uint8_t start_given;  ///< 35 in
   const std::int32_t* gamma_restrictions;  ///< 36 in (nc, nstr)
   const std::int32_t* rho_restrictions;  ///< 37 in (nci, nc, nrcmax, nstr)
@@ -84,7 +84,7 @@ struct lca_call {
   double* abic;  ///< 65 out
   double* entropyraw;  ///< 66 out
   double* entropy;  ///< 67 out
-  double* fit_extra;  ///< 68 out (8)
+  double* fit_extra;  ///< 68 out (12)
   double* cat_loglik;  ///< 69 out
   double* cat_g2;  ///< 70 out
   std::int32_t* cat_df;  ///< 71 out
@@ -171,7 +171,7 @@ struct lta_call {
   std::int32_t* iterations;  ///< 50 out
   double* max_abs_diff;  ///< 51 out
   double* mean_abs_diff;  ///< 52 out
-  std::int32_t* run_info;  ///< 53 out (16)
+  std::int32_t* run_info;  ///< 53 out (24)
   double* loglik;  ///< 54 out
   std::int32_t* overflow_count;  ///< 55 out
   std::int32_t* apparent_df;  ///< 56 out
@@ -185,7 +185,7 @@ struct lta_call {
   double* llvec;  ///< 64 out (max_iter)
   std::uint8_t want_post;  ///< 65 in
   double* madvec;  ///< 66 out (max_iter)
-  double* fit_extra;  ///< 67 out (8)
+  double* fit_extra;  ///< 67 out (12)
   double* test_stat;  ///< 68 out (ncov_delta+ncov_tau)
   double* test_p;  ///< 69 out (ncov_delta+ncov_tau)
   std::int32_t* test_status;  ///< 70 out (ncov_delta+ncov_tau)

@@ -51,7 +51,8 @@ struct made_fit {
 };
 
 fit_tests tests_of(const made_fit& made) {
-  return make_fit_tests(made.data, made.fit, made.fit.fit_extra[6]);
+  const auto& extra = made.fit.fit_extra;
+  return make_fit_tests(made.data, made.fit, {.X2_p = extra[6], .bound = extra[7]});
 }
 
 /// The section on one line.
@@ -191,7 +192,9 @@ TEST(FitTests, SaturatedModelThatEndedEarlyIsSaidWithItsBound) {
   made.fit.run_info[6] = 1000;
   made.fit.run_info[14] = 2;
   EXPECT_NE(text().find("in 2 groups (1000 passes)"), std::string::npos);
-  EXPECT_NE(text().find("at most 0.12"), std::string::npos);
+  EXPECT_NE(text().find("at most 0.125: G² may be too small by twice that"), std::string::npos);
+  made.fit.fit_extra[7] = 0.123401;  // never printed as less than it is
+  EXPECT_NE(text().find("at most 0.124:"), std::string::npos);
   made.fit.fit_extra[7] = INFINITY;
   EXPECT_NE(text().find("unknown amount"), std::string::npos);
 }
