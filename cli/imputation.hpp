@@ -16,7 +16,8 @@ struct imputation_options {
   bool logit_intervals = false;  ///< print intervals that were formed on the logit scale
 };
 
-/// Combined estimates of a parameter array on one scale, in the order of the engine's array.
+/// Combined estimates of a parameter array on one scale, in the order of the engine's array. Fixed
+/// values have an estimate alone, the rest is NaN.
 struct combined_estimates {
   std::vector<double> estimate, std_err, df;
   std::vector<double> lower, upper;         ///< two-sided 90 % interval

@@ -20,6 +20,7 @@ std::string capitalised(std::string word) {
 
 double probability_of(double logit) { return 1.0 / (1.0 + std::exp(-logit)); }
 
+/// What there is not becomes null: all but the estimate of a fixed value, the logit of 0 or 1.
 json scale_json(const combined_estimates& scale, std::size_t at) {
   return {{"estimate", scale.estimate[at]},
           {"std_err", scale.std_err[at]},
@@ -61,7 +62,7 @@ std::string combined_section(const parameter_table& table, bool logit_intervals)
     const combined_estimates& p = parameter.of->probability;
     const std::size_t at = parameter.at;
     row.push_back(fixed(p.estimate[at]));
-    if (p.std_err[at] == 0.0) {
+    if (std::isnan(p.std_err[at])) {
       row.emplace_back("fixed");
       continue;
     }

@@ -84,11 +84,12 @@ int32 nullify_daresult(daresult& result, error_type& err);
 
 /// Combines the estimates `imp` and variances `var_imp` of m imputations by Rubin's rules. With
 /// m = 1 or no variance between the imputations the reference distribution is the normal one
-/// (df 1e10). \return 0 or -1
+/// (df 1e10). An element without any variance is fixed: `std_err`, `df` and the interval are NaN.
+/// \return 0 or -1
 template <std::size_t R>
 int32 compute_da_results(daparam<R>& param, error_type& err);
 
-/// Fraction of the information on a parameter that is missing.
+/// Fraction of the information on a parameter that is missing; NaN for a fixed one (`df` NaN).
 /// Source: Rubin (1987), eq. 3.1.10.
 double missing_information(double ubar, double bi_var, double df, int32 imputations);
 

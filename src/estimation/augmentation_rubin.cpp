@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "estimation/augmentation.hpp"
 #include "numerics/cdf.hpp"
@@ -38,6 +39,24 @@ class t_value {
   double df_ = -1.0, t_ = 0.0;
 };
 
+/// Has no imputation a variance, and do all have one value? On the logit scale it may be infinite.
+template <std::size_t R>
+bool determined(const daparam<R>& param, std::size_t at) {
+  for (std::size_t i = at; i < param.imp.size(); i += param.qbar.size())
+    if (param.var_imp.flat[i] != 0.0 || param.imp.flat[i] != param.imp.flat[at]) return false;
+  return true;
+}
+
+/// What the restrictions determine has a value and nothing else.
+template <std::size_t R>
+void set_determined(daparam<R>& param, std::size_t at) {
+  constexpr double none = std::numeric_limits<double>::quiet_NaN();
+  param.qbar.flat[at] = param.imp.flat[at];
+  for (auto* variance : {&param.ubar, &param.bi_var, &param.var}) variance->flat[at] = 0.0;
+  for (auto* absent : {&param.std_err, &param.df, &param.lo_ci, &param.hi_ci})
+    absent->flat[at] = none;
+}
+
 }  // namespace
 
 template <std::size_t R>
@@ -46,6 +65,10 @@ int32 compute_da_results(daparam<R>& param, error_type& err) {
   const std::size_t size = param.qbar.size();
   t_value quantile;
   for (std::size_t at = 0; at < size; ++at) {
+    if (determined(param, at)) {
+      set_determined(param, at);
+      continue;
+    }
     const double first = param.imp.flat[at];  // sums of differences: equal estimates stay exact
     double differences = 0.0;
     double variances = 0.0;
@@ -79,6 +102,7 @@ int32 compute_da_results(daparam<R>& param, error_type& err) {
 }
 
 double missing_information(double ubar, double bi_var, double df, int32 imputations) {
+  if (std::isnan(df)) return df;
   const double between = (1.0 + 1.0 / imputations) * bi_var;
   if (!(between > 0.0)) return 0.0;
   if (!(ubar > 0.0)) return 1.0;

@@ -204,10 +204,10 @@ void row_sampler::estimate(std::span<const double> counts, std::span<const doubl
 }
 
 logit_estimate on_logit_scale(double q, double var, double eff_n, double n) {
+  if (!(var > 0.0)) return {std::log(q / (1.0 - q)), 0.0};
   const double margin = 0.5 / (n + 1.0);
   const double kept = std::min(std::max(q, margin), 1.0 - margin);
-  const double value = std::log(kept / (1.0 - kept));
-  return {value, var > 0.0 ? 1.0 / (eff_n * kept * (1.0 - kept)) : 0.0};
+  return {std::log(kept / (1.0 - kept)), 1.0 / (eff_n * kept * (1.0 - kept))};
 }
 
 }  // namespace tolvenra::estimation

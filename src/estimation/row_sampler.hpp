@@ -84,7 +84,8 @@ class row_sampler {
 };
 
 /// Logit of an estimate and its variance; the estimate is kept between 0.5/(n + 1) and
-/// 1 - 0.5/(n + 1), so that both exist.
+/// 1 - 0.5/(n + 1), so that both exist. One without a variance is not estimated: its logit is
+/// exact, infinite for 0 and 1.
 struct logit_estimate {
   double value = 0.0, var = 0.0;
 };

@@ -256,6 +256,9 @@ TEST(Augmentation, RestrictionsHoldAndTellLabelsApart) {
   problem.rho[at(1, 1, 1)] = 0.9;  // fixed
   problem.rho[at(1, 1, 2)] = 0.1;
   problem.rho_restrictions[at(1, 1, 1)] = 0;
+  problem.rho[at(4, 1, 1)] = 1.0;
+  problem.rho[at(4, 1, 2)] = 0.0;
+  problem.rho_restrictions[at(4, 1, 1)] = 0;
   for (int r = 1; r <= 2; ++r)  // items 2 and 3 alike in class 2
     for (int j = 2; j <= 3; ++j) problem.rho_restrictions[at(j, 2, r)] = 1 + r;
   const lca_problem fit = fitted(problem);
@@ -267,7 +270,16 @@ TEST(Augmentation, RestrictionsHoldAndTellLabelsApart) {
     EXPECT_EQ(da.result.rho.imp(2, 2, 1, 1, i), da.result.rho.imp(3, 2, 1, 1, i));
     EXPECT_EQ(da.result.class_label_tracking(1, 1, i), 1);
   }
-  EXPECT_EQ(da.result.rho.std_err(1, 1, 1, 1), 0.0);
+  for (const int item : {1, 4})  // what is fixed, or left by it, has a value and nothing else
+    for (const int category : {1, 2})
+      for (const daparam<4>* scale : {&da.result.rho, &da.result.logit_rho}) {
+        EXPECT_EQ(scale->qbar(item, 1, category, 1), scale->imp(item, 1, category, 1, 1));
+        for (const array<double, 4>* none :
+             {&scale->std_err, &scale->df, &scale->lo_ci, &scale->hi_ci})
+          EXPECT_TRUE(std::isnan((*none)(item, 1, category, 1))) << item << category;
+      }
+  EXPECT_EQ(da.result.logit_rho.qbar(4, 1, 1, 1), INFINITY);
+  EXPECT_GT(da.result.logit_rho.std_err(4, 2, 1, 1), 0.0);
   EXPECT_EQ(da.param.rho(1, 1, 1, 1), 0.9);
   EXPECT_NEAR(da.param.rho(2, 2, 1, 1), da.param.rho(3, 2, 1, 1), 1e-15);
 }
