@@ -14,7 +14,8 @@ import sys
 LAYERS = ["core", "numerics", "model", "estimation", "api"]
 HEADER = "tolvenra/tolvenra.h"
 OPENMP_OWNER = "src/core/parallel.hpp"
-OWN_SYSTEM_HEADERS = {OPENMP_OWNER: {"omp.h"}, "src/api/module_pin.cpp": {"windows.h"}}
+OWN_SYSTEM_HEADERS = {OPENMP_OWNER: {"omp.h"}, "src/core/parallel.cpp": {"unistd.h"},
+                      "src/api/module_pin.cpp": {"windows.h"}}
 CLI_EXCEPTIONS = {("cli/impute.cpp", "api/augmentation.hpp"), ("cli/lca_run.cpp", "api/findings.hpp"),
                   ("cli/lta_run.cpp", "api/findings.hpp")}
 

@@ -230,6 +230,8 @@ there are no hidden arguments.
   `run_info` to zeros on entry. Real results that do not exist in a completed run are NaN, integer
   ones -1.
 - **State.** None is kept between calls. Run one analysis at a time.
+- **Threads.** Results do not depend on their number. A run uses one thread where more cannot be
+  created, and in a child forked from a process whose runs had several.
 
 Restriction codes, one for each element of a parameter array: 0 fixed at the given value, 1 free,
 k >= 2 equal to all other elements with code k.

@@ -20,12 +20,16 @@ namespace tolvenra::parallel {
 inline int32 max_threads() { return omp_get_max_threads(); }
 inline int32 thread_number() { return omp_get_thread_num(); }
 
-/// The smaller of the runtime's maximum and the caller's; a limit below 1 is none. Every region
-/// is given its count, so the host's own setting is never touched.
-inline int32 thread_count(int32 limit) {
-  const int32 most = std::max(max_threads(), 1);
-  return limit >= 1 && limit < most ? limit : most;
-}
+/// `team` where that many threads can run, else 1. A team larger than any that the calling thread
+/// had before is tried first: a thread that the runtime cannot create ends the host. A child of a
+/// process that ran a team computes alone: threads do not survive a fork, and the runtime would
+/// wait for them.
+int32 startable_team(int32 team);
+
+/// The smaller of the runtime's maximum and the caller's, 1 where so many threads cannot run; a
+/// limit below 1 is none. Every region is given its count, so the host's own setting is never
+/// touched.
+int32 thread_count(int32 limit);
 
 /// Plain IEEE arithmetic for a scope: rounding to nearest, exceptions masked, denormal numbers
 /// kept. Hosts may compute with unmasked exceptions or flush-to-zero, and so may threads they
@@ -71,7 +75,7 @@ inline int32 team_for(int32 blocks, int32 threads) {
 /// 0..team_for(blocks, threads)-1; what a worker owns is its own during the region.
 template <class Body>
 void for_blocks_by_worker(int32 blocks, int32 threads, Body&& body) {
-  const int32 team = team_for(blocks, threads);
+  const int32 team = startable_team(team_for(blocks, threads));
   if (team == 1) {
     for (int32 b = 0; b < blocks; ++b) body(b, 0);
     return;
@@ -96,7 +100,7 @@ void for_blocks(int32 blocks, int32 threads, Body&& body) {
 /// only the calling thread may do is done even when the other workers are quick.
 template <class Body>
 void for_tasks(int32 n, int32 threads, Body&& body) {
-  const int32 team = team_for(n, threads);
+  const int32 team = startable_team(team_for(n, threads));
   if (team == 1) {
     for (int32 i = 0; i < n; ++i) body(i, 0);
     return;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cfenv>
 #include <cmath>
 #include <vector>
@@ -50,6 +51,7 @@ TEST(ThreadCount, IsTheSmallerOfTheRuntimesAndTheLimit) {
   const int32 most = max_threads();
   for (const int32 none : {0, -1, most, most + 1}) EXPECT_EQ(thread_count(none), most);
   EXPECT_EQ(thread_count(1), 1);
+  for (const int32 team : {-1, 0, 1, 3, 2}) EXPECT_EQ(startable_team(team), std::max(team, 1));
 }
 
 TEST(FpEnvironment, IsPlainInsideAndTheHostsOwnAfterwards) {
