@@ -19,10 +19,16 @@ std::string to_text(double value) {
   return {buffer.data(), end};
 }
 
-void detail::append_piece(text_lines& lines, std::string_view piece) {
-  if (!lines.back().empty() && lines.back().size() + piece.size() > line_length)
-    lines.emplace_back();
-  lines.back() += piece;
+void detail::append_piece(text_lines& lines, std::string_view piece, bool number) {
+  const auto is_word_end = [](char c) {
+    return c == ',' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+  };
+  std::string& line = lines.back();
+  const bool parted = number && !line.empty() && is_word_end(line.back());
+  if (!line.empty() && line.size() + (parted ? 1 : 0) + piece.size() > line_length)
+    lines.emplace_back(piece);
+  else
+    line.append(parted ? " " : "").append(piece);
 }
 
 }  // namespace tolvenra

@@ -22,7 +22,8 @@ using text_lines = std::vector<std::string>;
 
 namespace detail {
 /// Appends a piece; a piece that would pass the line's end starts a new line, leading blank kept.
-void append_piece(text_lines& lines, std::string_view piece);
+/// \param number  the piece is one: a blank parts it from a letter or comma before it
+void append_piece(text_lines& lines, std::string_view piece, bool number);
 
 template <class P>
 std::string piece_of(const P& piece) {
@@ -35,11 +36,12 @@ std::string piece_of(const P& piece) {
 }
 }  // namespace detail
 
-/// One message line (more, when it would pass 80 characters) out of pieces and numbers.
+/// One message line (more, when it would pass 80 characters) out of pieces and numbers. A number
+/// never sticks to the word or comma before it.
 template <class... P>
 text_lines text(const P&... pieces) {
   text_lines lines(1);
-  (detail::append_piece(lines, detail::piece_of(pieces)), ...);
+  (detail::append_piece(lines, detail::piece_of(pieces), std::is_arithmetic_v<P>), ...);
   return lines;
 }
 

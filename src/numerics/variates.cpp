@@ -284,7 +284,6 @@ int32 ran_genmn(ran_state_type& state, const array<double, 1>& mean, const array
                 array<double, 1>& x, error_type& err) {
   constexpr routine here = in("ran_genmn");
   std::fill(x.flat.begin(), x.flat.end(), 0.0);
-  if (!detail::ready(state)) return detail::refuse_draw(state, "ran_genmn", err);
   if (!mean.allocated)
     return fail(err, here, {text("Argument mean is not associated with an array.")});
   if (!cov.allocated)
@@ -293,15 +292,21 @@ int32 ran_genmn(ran_state_type& state, const array<double, 1>& mean, const array
   if (cov.n[0] != mean.n[0])
     return fail(err, here, {text("Dimensions of mean and cov arrays"), text("do not conform.")});
   if (x.n[0] != mean.n[0])
-    return fail(err, here, {text("Dimension 1 of x and mean arrays"), text("does not conform.")});
+    return fail(err, here,
+                {text("Dimension 1 of x and mean arrays"), text("does not conform."),
+                 text("Dimensions of x and cov arrays"), text("do not conform.")});
   array<double, 2> lower;
   if (cholesky_lower(cov, lower, err) != 0)
     return fail(err, here, {text("Unable to compute Cholesky factorization.")});
-  // x = mean + L z, one column of L for each deviate: no work vector is needed.
+  array<double, 1> deviates;
+  if (dynamic_allocation::dbl1_alloc(deviates, mean.n[0], err) != 0)
+    return fail(err, here, {text("Could not allocate rtmp array.")});
+  for (double& z : deviates.flat)
+    if (ran_snorm(state, z, err) != 0) return fail(err, here, {text("Error calling ran_snorm.")});
   const auto p = static_cast<std::size_t>(mean.n[0]);
-  x.flat = mean.flat;
-  for (std::size_t j = 0; j < p; ++j)
-    lower_triangular::subtract_multiple(x.data(), lower.data() + j * p, -normal(state), j, p);
+  std::copy(mean.flat.begin(), mean.flat.end(), x.flat.begin());
+  for (std::size_t j = 0; j < p; ++j)  // x = mean + L z, one column of L for each deviate
+    lower_triangular::subtract_multiple(x.data(), lower.data() + j * p, -deviates.flat[j], j, p);
   return 0;
 }
 

@@ -165,8 +165,10 @@ TEST(Text, JoinsPiecesAndBreaksOnlyWhereALineWouldPassItsEnd) {
     text_lines got, want;
   } cases[] = {
       {text("Element ", 3, " is ", -0.5, "."), {"Element 3 is -0.5."}},
-      {text(seventy, 1234567890), {seventy + "1234567890"}},
-      {text(seventy, 1234567890, "."), {seventy + "1234567890", "."}},
+      {text("at least", 9, ", not,", 1.5), {"at least 9, not, 1.5"}},
+      {text(seventy, 123456789), {seventy + " 123456789"}},
+      {text(seventy, 1234567890), {seventy, "1234567890"}},
+      {text(seventy, 123456789, "."), {seventy + " 123456789", "."}},
       {text(seventy, " and so on", " to the end."), {seventy + " and so on", " to the end."}},
       {text(seventy + seventy), {seventy + seventy}},
       {text(""), {""}}};

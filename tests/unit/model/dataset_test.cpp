@@ -110,7 +110,7 @@ TEST(DatasetItems, DropTheCasesWhenTheyChange) {
   check(put_nrc(vector_of({2, 2}), d, err), err);
   EXPECT_EQ(d.nstr, 0) << "only another number of times sets one stratum";
   check(nullify_dataset(d, err), err);
-  EXPECT_TRUE(d == dataset_type{});
+  EXPECT_TRUE(d.nkase == 0 && d.nt == 0 && !d.y_set && !d.y && !d.nrc.allocated);
 }
 
 TEST(DatasetItems, ReportStorageThatCannotBeReleased) {
@@ -216,19 +216,19 @@ TEST(DatasetCounts, OfStrataAndCovariatesHaveLimits) {
   expect_refusals<dataset_type>(
       with_cases(),
       {{"nstr", [](auto& data, auto& e) { return put_nstr(0, data, e); },
-        in("put_nstr", {"The value of nstr specified,0, was out of range.",
+        in("put_nstr", {"The value of nstr specified, 0, was out of range.",
                         "The allowable range is 1 to 999"})},
        {"nstr", [](auto& data, auto& e) { return put_nstr(1000, data, e); },
-        in("put_nstr", {"The value of nstr specified,1000, was out of range.",
+        in("put_nstr", {"The value of nstr specified, 1000, was out of range.",
                         "The allowable range is 1 to 999"})},
        {"ncov", [](auto& data, auto& e) { return put_ncov(100, data, e); },
-        in("put_ncov", {"The value of ncov,100", "is greater than the maximum allowable, 99"})},
+        in("put_ncov", {"The value of ncov, 100", "is greater than the maximum allowable, 99"})},
        {"ncov_delta", [](auto& data, auto& e) { return put_ncov_delta(-1, data, e); },
         in("put_ncov_delta",
-           {"The value of ncov_delta,-1", "is greater than the maximum allowable, 99"})},
+           {"The value of ncov_delta, -1", "is greater than the maximum allowable, 99"})},
        {"ncov_tau", [](auto& data, auto& e) { return put_ncov_tau(100, data, e); },
         in("put_ncov_tau",
-           {"The value of ncov_tau,100", "is greater than the maximum allowable, 99"})}});
+           {"The value of ncov_tau, 100", "is greater than the maximum allowable, 99"})}});
 }
 
 TEST(DatasetClusters, AreCountedByAscendingIdentifier) {

@@ -60,18 +60,18 @@ TEST(PutDims, RefusesInTheOrderOfItsChecks) {
   const std::string items = "The number of items specified was ";
   const std::string response = "The minimum response value specified was ";
   const auto ncov = [](const char* n) {
-    return strings{std::string("The value of ncov,") + n,
+    return strings{std::string("The value of ncov, ") + n,
                    "is greater than the maximum allowable, 99"};
   };
   const auto nstr = [](const char* n) {
-    return strings{std::string("The value of nstr specified,") + n + ", was out of range.",
+    return strings{std::string("The value of nstr specified, ") + n + ", was out of range.",
                    "The allowable range is 1 to 999"};
   };
   const struct {
     std::vector<int32> dims;
     strings lines;
   } cases[] = {
-      {{0, 0, 0, 0, 0, 0, 0, 0}, {"The array size was only 8; it must be at least9"}},
+      {{0, 0, 0, 0, 0, 0, 0, 0}, {"The array size was only 8; it must be at least 9"}},
       {{2, 0, 0, 100, 0, 0, 0, 0, 0}, {times + "0 The allowable range is 1 to 99"}},
       {{2, 0, 100, 100, 0, 0, 0, 0, 0}, {times + "100 The allowable range is 1 to 99"}},
       {{2, 0, 1, 100, 101, 102, 0, 0, 0}, ncov("102")},
@@ -84,10 +84,10 @@ TEST(PutDims, RefusesInTheOrderOfItsChecks) {
       {{2, 0, 1, 0, 0, 0, 1, 2, -1},
        {"The number of latent statuses specified was -1 The allowable range is 0 to 99"}},
       {{2, 0, 1, 0, 0, 0, 1, 2, 1},
-       {"The array size was only 9; it must be at least9 + nci + ni = 11",
+       {"The array size was only 9; it must be at least 9 + nci + ni = 11",
         " to contain nrc and nrs."}},
       {{2147483647, 2147483647, 1, 0, 0, 0, 1, 2, 1},
-       {"The array size was only 9; it must be at least9 + nci + ni = 4294967303",
+       {"The array size was only 9; it must be at least 9 + nci + ni = 4294967303",
         " to contain nrc and nrs."}},
       {{-1, 0, 1, 0, 0, 0, 1, 2, 1}, {items + "-1 The maximum is 999"}},
       {{1, -1, 1, 0, 0, 0, 1, 2, 1, 2}, {items + "-1 The maximum is 999"}},

@@ -274,7 +274,11 @@ TEST(Variates, MultivariateNormalArgumentsMustConform) {
       {&two, two, &none, {"Argument cov is not associated with an array."}},
       {&two, two, &oblong, {"Array cov is not square."}},
       {&three, three, &square, conform},
-      {&two, three, &square, {"Dimension 1 of x and mean arrays", "does not conform."}},
+      {&two,
+       three,
+       &square,
+       {"Dimension 1 of x and mean arrays", "does not conform.", "Dimensions of x and cov arrays",
+        "do not conform."}},
       {&two,
        two,
        &indefinite,
@@ -289,6 +293,12 @@ TEST(Variates, MultivariateNormalArgumentsMustConform) {
     EXPECT_EQ(ran_genmn(state, *t.mean, *t.cov, x, err), -1);
     EXPECT_EQ(lines_of(err), expected);
   }
+  ran_state_type unseeded;
+  error_type err;
+  EXPECT_EQ(ran_genmn(unseeded, two, square, two, err), -1);
+  const strings lines = lines_of(err);
+  ASSERT_GE(lines.size(), 2U);
+  EXPECT_EQ(lines[lines.size() - 2], "Error calling ran_snorm.");
 }
 
 }  // namespace
