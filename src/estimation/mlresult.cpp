@@ -31,6 +31,15 @@ int32 get_scalar(const mlresult_type& result, T mlresult_type::*field, T& value,
   return 0;
 }
 
+/// A fit statistic, which is there once they have been computed.
+template <class T>
+int32 get_statistic(const mlresult_type& result, T mlresult_type::*field, T& value,
+                    std::string_view name, error_type& err) {
+  if (require(result.filled && result.has_fit_stats, name, err) != 0) return -1;
+  value = result.*field;
+  return 0;
+}
+
 int32 copy_vector(const mlresult_type& result, const std::vector<double>& from,
                   array<double, 1>& values, std::string_view name, error_type& err) {
   if (require_filled(result, name, err) != 0) return -1;
@@ -73,42 +82,44 @@ int32 get_loglik(const mlresult_type& result, double& value, error_type& err) {
   return get_scalar(result, &mlresult_type::loglik, value, "get_loglik", err);
 }
 int32 get_cat_loglik(const mlresult_type& result, double& value, error_type& err) {
-  return get_scalar(result, &mlresult_type::cat_loglik, value, "get_cat_loglik", err);
+  return get_statistic(result, &mlresult_type::cat_loglik, value, "get_cat_loglik", err);
 }
 int32 get_cat_g2(const mlresult_type& result, double& value, error_type& err) {
-  return get_scalar(result, &mlresult_type::cat_g2, value, "get_cat_g2", err);
+  return get_statistic(result, &mlresult_type::cat_g2, value, "get_cat_g2", err);
 }
 int32 get_overflow(const mlresult_type& result, bool& value, error_type& err) {
-  if (require_filled(result, "get_overflow", err) != 0) return -1;
-  value = result.overflow_count > 0;
+  int32 count = 0;
+  if (get_statistic(result, &mlresult_type::overflow_count, count, "get_overflow", err) != 0)
+    return -1;
+  value = count > 0;
   return 0;
 }
 int32 get_cat_df(const mlresult_type& result, int32& value, error_type& err) {
-  return get_scalar(result, &mlresult_type::cat_df, value, "get_cat_df", err);
+  return get_statistic(result, &mlresult_type::cat_df, value, "get_cat_df", err);
 }
 int32 get_X2(const mlresult_type& result, double& value, error_type& err) {
-  return get_scalar(result, &mlresult_type::X2, value, "get_X2", err);
+  return get_statistic(result, &mlresult_type::X2, value, "get_X2", err);
 }
 int32 get_G2(const mlresult_type& result, double& value, error_type& err) {
-  return get_scalar(result, &mlresult_type::G2, value, "get_G2", err);
+  return get_statistic(result, &mlresult_type::G2, value, "get_G2", err);
 }
 int32 get_entropyraw(const mlresult_type& result, double& value, error_type& err) {
-  return get_scalar(result, &mlresult_type::entropyraw, value, "get_entropyraw", err);
+  return get_statistic(result, &mlresult_type::entropyraw, value, "get_entropyraw", err);
 }
 int32 get_entropy(const mlresult_type& result, double& value, error_type& err) {
-  return get_scalar(result, &mlresult_type::entropy, value, "get_entropy", err);
+  return get_statistic(result, &mlresult_type::entropy, value, "get_entropy", err);
 }
 int32 get_aic(const mlresult_type& result, double& value, error_type& err) {
-  return get_scalar(result, &mlresult_type::aic, value, "get_aic", err);
+  return get_statistic(result, &mlresult_type::aic, value, "get_aic", err);
 }
 int32 get_bic(const mlresult_type& result, double& value, error_type& err) {
-  return get_scalar(result, &mlresult_type::bic, value, "get_bic", err);
+  return get_statistic(result, &mlresult_type::bic, value, "get_bic", err);
 }
 int32 get_caic(const mlresult_type& result, double& value, error_type& err) {
-  return get_scalar(result, &mlresult_type::caic, value, "get_caic", err);
+  return get_statistic(result, &mlresult_type::caic, value, "get_caic", err);
 }
 int32 get_abic(const mlresult_type& result, double& value, error_type& err) {
-  return get_scalar(result, &mlresult_type::abic, value, "get_abic", err);
+  return get_statistic(result, &mlresult_type::abic, value, "get_abic", err);
 }
 int32 get_deff(const mlresult_type& result, double& value, error_type& err) {
   if (require(result.has_deff, "get_deff", err) != 0) return -1;

@@ -60,7 +60,8 @@ namespace estimation {
 
 int32 nullify_mlresult(mlresult_type& result, error_type& err);
 
-// One getter per value; each fails on a result that no run has filled.
+// One getter per value; each fails on a result that no run has filled, those of fit statistics
+// (from get_cat_loglik to get_abic) until they have been computed too.
 int32 get_iter(const mlresult_type& result, int32& value, error_type& err);
 int32 get_max_abs_diff(const mlresult_type& result, double& value, error_type& err);
 int32 get_mean_abs_diff(const mlresult_type& result, double& value, error_type& err);

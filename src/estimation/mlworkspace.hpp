@@ -4,14 +4,16 @@
 /// the EM loop and the fit statistics. The records below nest what belongs together. Names that
 /// differ from those of the formulas:
 ///
-///   new_gamma, old_gamma, gamma_numerator, sum_fix_gamma ...   gamma.now, gamma.old,
-///   gamma.numerator ... combined_weight by case                                    rows->weight by
-///   distinct row kase_by_str                                                rows->stratum_start
-///   indic_ci, ciy                                              rows->response (0 is missing)
-///   post_cls by case                                           post.cls by distinct row
-///   indic_si, siy                                   rows->response behind the class items
-///   delta_by_kase, tau_by_kase                                 statuses.delta, statuses.tau
-///   post_cls_sta, post_cls_adj_sta by case        status_posteriors, a row at a time
+/// - new_gamma, old_gamma, gamma_numerator: `gamma.now`, `gamma.old`, `gamma.numerator`, and so for
+///   the other families
+/// - combined_weight, by case: `rows->weight`, by distinct row
+/// - kase_by_str: `rows->stratum_start`
+/// - indic_ci, ciy: `rows->response`, 0 where missing
+/// - indic_si, siy: `rows->response`, behind the class items
+/// - post_cls, by case: `post.cls`, by distinct row
+/// - delta_by_kase, tau_by_kase: `statuses.delta`, `statuses.tau`
+/// - post_cls_sta, post_cls_adj_sta, by case: `status_posteriors`, a row at a time
+///
 /// A case without any response needs no prior-only posteriors of its own: the recursion gives it
 /// the prior probabilities.
 #pragma once

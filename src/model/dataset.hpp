@@ -44,8 +44,6 @@ struct dataset_type {
 
   /// The cases collapsed, made on first use by the estimation layer; dropped when data change.
   mutable std::shared_ptr<const distinct_rows> rows;
-
-  bool operator==(const dataset_type&) const = default;
 };
 
 namespace dataset {

@@ -60,13 +60,12 @@ int32 check_sides(const array<T, 2>& a, std::string_view has, const dims_of<2>& 
   return 0;
 }
 
-/// One extent. \param said  what is said up to its value
-inline int32 check_extent(int32 extent, const text_lines& said, const dim& want,
-                          const routine& here, error_type& err) {
+/// One extent. \param said  the pieces of what is said up to its value
+template <class... P>
+int32 check_extent(int32 extent, const dim& want, const routine& here, error_type& err,
+                   const P&... said) {
   if (extent == want.extent) return 0;
-  text_lines first = said;
-  first.back() += to_text(int64{extent});
-  return fail(err, here, {first, text(want.must_equal, want.extent)});
+  return fail(err, here, {text(said..., extent), text(want.must_equal, want.extent)});
 }
 
 /// All dimensions, the last one first. \param is  " of the rho array is "
@@ -74,7 +73,7 @@ template <class T, std::size_t R>
 int32 check_shape(const array<T, R>& a, std::string_view is, const dims_of<R>& dims,
                   const routine& here, error_type& err) {
   for (std::size_t k = R; k-- > 0;)
-    if (check_extent(a.n[k], text("Dimension ", k + 1, is), dims[k], here, err) != 0) return -1;
+    if (check_extent(a.n[k], dims[k], here, err, "Dimension ", k + 1, is) != 0) return -1;
   return 0;
 }
 

@@ -33,8 +33,8 @@ int32 put_statuses(const array<int32, 2>& from, std::string_view dimension1,
   const routine here = routine_of(label);
   const auto dims = baseline_tau_dims(param);
   if (require_dims(param, here, err) != 0 ||
-      check_extent(from.n[0], text(dimension1), dims[0], here, err) != 0 ||
-      check_extent(from.n[1], text(dimension2), dims[1], here, err) != 0)
+      check_extent(from.n[0], dims[0], here, err, dimension1) != 0 ||
+      check_extent(from.n[1], dims[1], here, err, dimension2) != 0)
     return -1;
   const auto range = fields::range_of(from.flat);
   if (from.size() > 0 && range.smallest < 1)

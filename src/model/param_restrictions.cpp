@@ -103,8 +103,8 @@ int32 put_rho_restrictions(const array<int32, 4>& codes, param_type& param, erro
     return refuse_absent("The rho array has not yet been specified", here, err);
   const auto dims = rho_dims(param);
   for (std::size_t k = 0; k < 3; ++k)
-    if (check_extent(codes.n[k], text("Dimension ", k + 1, " of the rho_restrictions array is "),
-                     dims[k], here, err) != 0)
+    if (check_extent(codes.n[k], dims[k], here, err, "Dimension ", k + 1,
+                     " of the rho_restrictions array is ") != 0)
       return -1;
   if (codes.n[3] != param.nstr)
     return fail(err, here,
@@ -148,10 +148,10 @@ int32 put_rho_restrictions2(const array<int32, 2>& codes, int32 stratum, int32 c
   constexpr routine here{"put_rho_restrictions2", "param"};
   const auto cut = with_indices_reversed(rho_cut(param, stratum, citem));
   if (require_dims(param, here, err) != 0 || check_indices(cut, here, err) != 0 ||
-      check_extent(codes.n[0], text("Dimension 1 of the rho_restrictions2 array is "),
-                   {"This must be equal to NC = ", param.nc}, here, err) != 0 ||
-      check_extent(codes.n[1], text("Dimension 2 of the rho_restrictions2 array is "),
-                   {"This must be equal to nrcmax = ", param.nrcmax}, here, err) != 0 ||
+      check_extent(codes.n[0], {"This must be equal to NC = ", param.nc}, here, err,
+                   "Dimension 1 of the rho_restrictions2 array is ") != 0 ||
+      check_extent(codes.n[1], {"This must be equal to nrcmax = ", param.nrcmax}, here, err,
+                   "Dimension 2 of the rho_restrictions2 array is ") != 0 ||
       check_codes(codes, "The following element in rho_restrictions2 was negative:", here, err) !=
           0)
     return -1;

@@ -39,7 +39,9 @@ struct clock_reading {
   int32 year, month, day, hour, minute, second, millisecond;
 };
 
-/// Seeds all 32 generators. \param seed1  1..m1 \param seed2  1..m2
+/// Sets the seeds of all 32 generators. Each starts from its own, but for generator 1 while another
+/// one is current: it goes on until it is initialised (initgn). \param seed1  1..m1 \param
+/// seed2  1..m2
 int32 ran_setall(ran_state_type& state, int32 seed1, int32 seed2, error_type& err);
 
 /// Seeds from the local date and time, or from `now` where given.

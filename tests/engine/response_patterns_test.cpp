@@ -73,6 +73,9 @@ TEST(Result, SaysWhatIsNotThere) {
   EXPECT_EQ(get_cat_g2(result, number, err), -1);
   EXPECT_EQ(lines_of(err), not_filled);
   result.filled = true;
+  err_reset(err);
+  EXPECT_EQ(get_cat_g2(result, number, err), -1);  // statistics come after the fit
+  EXPECT_EQ(lines_of(err), not_filled);
   const struct {
     std::string name;
     int32 status;

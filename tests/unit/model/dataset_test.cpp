@@ -110,7 +110,7 @@ TEST(DatasetItems, DropTheCasesWhenTheyChange) {
   check(put_nrc(vector_of({2, 2}), d, err), err);
   EXPECT_EQ(d.nstr, 0) << "only another number of times sets one stratum";
   check(nullify_dataset(d, err), err);
-  EXPECT_TRUE(d.nkase == 0 && d.nt == 0 && !d.y_set && !d.y && !d.nrc.allocated);
+  EXPECT_TRUE(same(d, dataset_type{}));
 }
 
 TEST(DatasetItems, ReportStorageThatCannotBeReleased) {

@@ -7,8 +7,10 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
+#include "model/dataset.hpp"
 #include "model/param.hpp"
 
 namespace tolvenra::tests {
@@ -39,6 +41,23 @@ array<T, R> filled(const std::array<int32, R>& extents, T value) {
   return a;
 }
 
+/// Unchanged, the shared matrices being the very same ones.
+inline bool same(const dataset_type& a, const dataset_type& b) {
+  const auto all = [](const dataset_type& d) {
+    return std::tie(d.not_ready, d.nkase, d.nci, d.ni, d.nt, d.nrcmax, d.nrsmax, d.ncov,
+                    d.ncov_delta, d.ncov_tau, d.nstr, d.freq_set, d.weight_set, d.y_set,
+                    d.cluster_set, d.nrc, d.nrs, d.y, d.strata, d.clustercounts_kases,
+                    d.clustercounts_subjects, d.freq, d.weight, d.cov, d.clusters, d.citem_names,
+                    d.sitem_names, d.citem_levels, d.sitem_levels, d.cov_names, d.strata_levels,
+                    d.strata_name, d.rows);
+  };
+  return all(a) == all(b);
+}
+template <class Record>
+bool same(const Record& a, const Record& b) {
+  return a == b;
+}
+
 /// A call that must leave the record alone and report exactly these lines, its routine line last.
 template <class Record>
 struct refusal {
@@ -55,7 +74,7 @@ void expect_refusals(const Record& record, const std::vector<refusal<Record>>& c
     error_type err;
     EXPECT_EQ(t.call(after, err), -1);
     EXPECT_EQ(lines_of(err), t.lines);
-    EXPECT_TRUE(after == record) << "the record has changed";
+    EXPECT_TRUE(same(after, record)) << "the record has changed";
   }
 }
 
