@@ -345,6 +345,8 @@ TEST(LtaCovariates, RefusalsAndFailuresSayWhere) {
   EXPECT_EQ(separated.converged, 255);
   EXPECT_GT(separated.run_info[15], 0);
   separated.prior_strength = 1.0;
+  separated.delta_beta.clear();  // as starting values they may be beyond the range of exp
+  separated.tau_beta.clear();
   EXPECT_EQ(separated.run(), 0) << separated.message;
   EXPECT_EQ(separated.run_info[15], 0);
 }
