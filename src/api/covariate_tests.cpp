@@ -55,19 +55,6 @@ int32 put_options(const param_type& full, param_type& reduced, error_type& err) 
   return 0;
 }
 
-/// The prior as the regressions of the full model had it.
-array<double, 2> raised_prior(const param_type& full) {
-  array<double, 2> prior = full.beta_stabilizing_prior;
-  for (int32 g = 1; g <= full.nstr; ++g) {
-    double* own = prior.column(g);
-    std::vector<bool> absent;
-    for (int32 c = 1; c <= full.nc; ++c) absent.push_back(full.gamma_restrictions(c, g) == 0);
-    const auto raised = estimation::compute_stabilizing_prior({own, own + full.nc}, absent);
-    std::copy(raised.begin(), raised.end(), own);
-  }
-  return prior;
-}
-
 /// The prior of the regression; without any covariate left it is one of the class shares.
 int32 put_class_prior(const param_type& full, param_type& reduced, error_type& err) {
   if (!full.beta_stabilizing_prior_set) return 0;
@@ -76,7 +63,9 @@ int32 put_class_prior(const param_type& full, param_type& reduced, error_type& e
                                              full.beta_stabilizing_prior_ess, reduced, err);
   array<double, 1> ess;
   ess.allocate({full.nstr}, full.beta_stabilizing_prior_ess);
-  if (param::put_gamma_prior(raised_prior(full), reduced, err) != 0) return -1;
+  array<double, 2> prior = full.beta_stabilizing_prior;
+  raise_rows(param::gamma_rows(full), full.gamma_restrictions.flat, prior.flat);
+  if (param::put_gamma_prior(prior, reduced, err) != 0) return -1;
   return param::put_gamma_prior_ess(ess, reduced, err);
 }
 
@@ -142,7 +131,7 @@ double degrees_of_freedom(const mlworkspace& work) {
 /// Under sampling weights or clusters a likelihood-ratio statistic is not chi-square; divided by
 /// its Rao-Scott factor it has the right mean. \return the factors of all covariates, 1 for plain
 /// data, NaN where the standard errors do not exist; the message text says why
-std::vector<double> correction_factors(const lca_run& run) {
+std::vector<double> correction_factors(lca_run& run) {
   std::vector<double> factors(run.test_stat.size(), 1.0);
   if (!run.call.weight_given && !run.call.clusters) return factors;
   const mlworkspace& work = run.best->work;
@@ -151,7 +140,7 @@ std::vector<double> correction_factors(const lca_run& run) {
   result.apparent_df = run.best->result.apparent_df;
   error_type report;
   const bool found = estimation::driver_for_tests(work)(work, result, report) == 0;
-  if (!found) run.message.write(report);
+  if (!found) note(run, report);
   for (std::size_t i = 0; i < factors.size(); ++i)
     factors[i] =
         found ? estimation::rao_scott_factor(work, result, static_cast<int32>(i) + 1) : nan;

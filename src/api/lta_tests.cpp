@@ -76,25 +76,6 @@ int32 put_options(const param_type& full, param_type& reduced, error_type& err) 
   return full.tau_binary_regression ? put_binary_tau(full.binary_tau, reduced, err) : 0;
 }
 
-/// Rows of a stabilising prior as the regressions of the full model had them.
-void raise_rows(const row_layout& rows, const std::vector<int32>& codes,
-                std::vector<double>& prior) {
-  for (int32 m = 0; m < rows.nrows; ++m) {
-    std::vector<double> own;
-    std::vector<bool> absent;
-    const auto place = [&](std::size_t r) {
-      return static_cast<std::size_t>(rows.base(m)) + r * static_cast<std::size_t>(rows.step);
-    };
-    const auto length = static_cast<std::size_t>(rows.length[static_cast<std::size_t>(m)]);
-    for (std::size_t r = 0; r < length; ++r) {
-      own.push_back(prior[place(r)]);
-      absent.push_back(codes[place(r)] == 0);
-    }
-    own = estimation::compute_stabilizing_prior(std::move(own), absent);
-    for (std::size_t r = 0; r < length; ++r) prior[place(r)] = own[r];
-  }
-}
-
 /// The priors of the regressions; a family without any covariate left has them on its
 /// probabilities.
 int32 put_priors(const param_type& full, param_type& reduced, error_type& err) {

@@ -80,6 +80,24 @@ int32 put_stabilising_priors(const param_type& plain, const array<int32, 2>& cla
   return param::put_beta_stabilizing_prior(prior.gamma, strengths.beta, param, err);
 }
 
+void raise_rows(const row_layout& rows, const std::vector<int32>& codes,
+                std::vector<double>& prior) {
+  for (int32 m = 0; m < rows.nrows; ++m) {
+    std::vector<double> own;
+    std::vector<bool> absent;
+    const auto place = [&](std::size_t r) {
+      return static_cast<std::size_t>(rows.base(m)) + r * static_cast<std::size_t>(rows.step);
+    };
+    const auto length = static_cast<std::size_t>(rows.length[static_cast<std::size_t>(m)]);
+    for (std::size_t r = 0; r < length; ++r) {
+      own.push_back(prior[place(r)]);
+      absent.push_back(codes[place(r)] == 0);
+    }
+    own = estimation::compute_stabilizing_prior(std::move(own), absent);
+    for (std::size_t r = 0; r < length; ++r) prior[place(r)] = own[r];
+  }
+}
+
 array<int32, 2> match_labels(const param_type& start, const param_type& plain) {
   array<int32, 2> class_of;
   class_of.allocate({start.nc, start.nstr});

@@ -40,6 +40,11 @@ int32 drop_covariates(const dataset_type& dataset, const param_type& param,
 int32 put_stabilising_priors(const param_type& plain, const array<int32, 2>& class_of,
                              const prior_strengths& strengths, param_type& param, error_type& err);
 
+/// Rows of a stabilising prior as the regressions of the full model have them, for the
+/// probabilities that take their place when a test leaves no covariate.
+void raise_rows(const row_layout& rows, const std::vector<int32>& codes,
+                std::vector<double>& prior);
+
 /// Labels under which the estimates of `start` resemble those of `plain`, per stratum (one for all
 /// strata where rho is equal across them). \return (nc, nstr) class of `plain` for every class
 array<int32, 2> match_labels(const param_type& start, const param_type& plain);
